@@ -113,7 +113,8 @@ typedef struct {
 } apfGlobals;
 static_assert(sizeof(apfGlobals) == 364, "apfGlobals layout");
 static_assert(offsetof(apfGlobals, pH) == 208 && offsetof(apfGlobals, sys_sensor_mode) == 248 &&
-                  offsetof(apfGlobals, chkSum) == 272 && offsetof(apfGlobals, sys_sensor_type) == 283 &&
+                  offsetof(apfGlobals, chkSum) == 272 &&
+                  offsetof(apfGlobals, sys_sensor_type) == 283 &&
                   offsetof(apfGlobals, sys_apf_tmout) == 284 &&
                   offsetof(apfGlobals, sys_serial_num) == 298 &&
                   offsetof(apfGlobals, sys_error_time) == 308 &&

@@ -25,3 +25,8 @@ uint32_t parse_rx0_buf(void);
 void print_prompt(void);
 void print_NAK(void);
 void save(void);
+
+// Character at position pos of the command line; 0 beyond the 64-byte buffer.
+static inline uint8_t rx0_char(uint32_t pos) {
+    return pos < sizeof(rx0.buf) ? rx0.buf[pos] : 0;
+}

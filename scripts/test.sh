@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, then builds and tests the
+# simulated instrument (plain and with ASan/UBSan) and builds the chip image
+# with its flash and RAM report. Exits non-zero if any step fails; a failing
+# step skips the rest of its own build but not the other builds.
+set -uo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh </dev/null || exit 1
+
+export TZ=UTC
+failed=()
+
+step() { # name, command...
+    local name=$1
+    shift
+    echo
+    echo "=== $name"
+    if ! "$@"; then
+        failed+=("$name")
+        return 1
+    fi
+}
+
+for preset in host asan; do
+    step "$preset: configure" cmake --preset "$preset" &&
+        step "$preset: build" cmake --build --preset "$preset" &&
+        step "$preset: tests" ctest --preset "$preset" --output-on-failure -j2 --no-tests=error --timeout 600 </dev/null
+done
+
+step "arm: configure" cmake --preset arm &&
+    step "arm: build" cmake --build --preset arm
+
+echo
+if ((${#failed[@]} > 0)); then
+    printf 'test.sh: FAILED:'
+    printf ' [%s]' "${failed[@]}"
+    echo
+    exit 1
+fi
+echo "test.sh: all builds and tests passed"

@@ -1,0 +1,215 @@
+// Inside of the simulated board: the virtual clock, the interrupt controller,
+// and the peripheral models the platform functions act on. One global board
+// per process; in a run each power cycle is a child process that gets a copy
+// of it and shares only BoardState with the others.
+#pragma once
+#include <signal.h>
+
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ff.h"
+#include "sim.h"
+
+namespace sim {
+
+constexpr uint32_t kCallCost = 12; // cycles of one platform call
+constexpr uint32_t kIrqCost = 40;  // exception entry and return
+constexpr uint32_t kVectors = 140;
+constexpr uint32_t kUarts = 8;
+constexpr uint32_t kFifoDepth = 16;
+
+int64_t mono_ns();
+
+// Set by SIGTERM/SIGINT in a power cycle's process: the cycle ends at the next call.
+extern volatile sig_atomic_t child_stop_requested;
+
+// The terminal or host at the far end of the console line: types the script
+// (and live input) at the line rate, collects what the board sends.
+class ConsoleLine : public SerialDevice {
+  public:
+    explicit ConsoleLine(BoardState *st) : st_(st) {}
+    uint64_t next_byte_at() override;
+    uint8_t take_byte() override;
+    void receive(uint8_t byte, uint64_t at) override;
+    void line_rate(uint32_t baud) override;
+
+    void set_script(const std::vector<ScriptByte> *s) { script_ = s; }
+    void type_live(uint8_t b, uint64_t at) { live_.push_back({at, b}); }
+    void drop_live() { live_.clear(); }
+    bool script_done() const;
+    bool has_input() const { return !script_done() || !live_.empty(); }
+    // Output side: a file descriptor (buffered unless immediate) or a string.
+    void set_output(int fd, bool immediate) {
+        out_fd_ = fd;
+        immediate_ = immediate;
+    }
+    void flush();
+    std::string take_capture();
+    const std::string &pending() const { return pending_; }
+    int out_fd() const { return out_fd_; }
+
+  private:
+    const ScriptByte *peek() const;
+    BoardState *st_;
+    const std::vector<ScriptByte> *script_ = nullptr;
+    std::deque<ScriptByte> live_;
+    int out_fd_ = -1;
+    bool immediate_ = false;
+    std::string capture_;
+    std::string pending_;
+};
+
+struct Uart {
+    uint32_t base = 0;
+    uint32_t vector = 0;
+    int index = 0;
+    bool present = false;
+    bool enabled = false;
+    uint32_t baud = 115200;
+    uint32_t cfg_clk = 16000000;
+    uint32_t source = 0; // UART_CLOCK_SYSTEM / UART_CLOCK_PIOSC
+    uint64_t byte_cycles = 10 * kCpuHz / 115200;
+    uint32_t tx_trigger = 8; // TX interrupt when the FIFO holds this many or fewer
+    std::deque<uint8_t> rx, tx;
+    bool shifting = false;
+    uint8_t shift_byte = 0;
+    uint64_t shift_done = 0;
+    uint32_t raw = 0, mask = 0;
+    uint64_t rx_quiet_since = 0;
+    uint64_t overruns = 0;
+    double line_baud = 115200; // the rate the bits really run at
+    bool rate_warned = false;
+    std::shared_ptr<SerialDevice> dev;
+
+    void power_on();
+    void set_rate();
+    void check_rate();
+    uint64_t next_event() const;
+    void update(uint64_t now);
+    void start_next(uint64_t t);
+};
+
+struct I2cBus {
+    bool enabled = false;
+    uint64_t bit_cycles = kCpuHz / 100000;
+    uint8_t addr = 0;
+    bool rx_dir = false;
+    uint8_t data_out = 0;
+    uint8_t data_in = 0;
+    uint32_t err = 0;
+    uint64_t busy_until = 0;
+    bool in_txn = false;
+    bool cur_read = false;
+    I2cDevice *cur = nullptr;
+    std::map<uint8_t, std::shared_ptr<I2cDevice>> devices;
+    bool logging = true;
+    std::vector<I2cEvent> log;
+    void power_on();
+    void note(I2cEvent e);
+};
+
+struct SsiPort {
+    uint32_t base = 0;
+    bool enabled = false;
+    uint64_t bit_cycles = kCpuHz / 1000000;
+    uint32_t width = 8;
+    std::deque<std::pair<uint64_t, uint32_t>> rx; // (complete at, frame)
+    uint64_t busy_until = 0;
+    std::shared_ptr<SpiDevice> dev;
+    void power_on();
+};
+
+struct Gpio {
+    uint8_t dir[6] = {};
+    uint8_t data[6] = {};
+    uint8_t input[6] = {};
+    std::vector<LedEvent> leds;
+    std::vector<GpioWatcher> watchers;
+    void power_on();
+};
+
+class Board {
+  public:
+    enum class Mode { InProcess, Child };
+
+    Board();
+    Mode mode = Mode::InProcess;
+    BoardState *st = nullptr;
+    Knobs knobs;
+
+    bool master_on = true;
+    bool in_handler = false;
+    bool nvic[kVectors] = {};
+    void (*vectors[kVectors])() = {};
+    uint64_t irq_counts[kVectors] = {};
+
+    uint32_t systick_period = 0;
+    bool systick_on = false, systick_int = false, systick_pending = false;
+    uint64_t systick_next = kNever;
+
+    Uart uarts[kUarts];
+    I2cBus i2c;
+    SsiPort ssi[4];
+    Gpio gpio;
+    std::shared_ptr<ConsoleLine> console;
+
+    std::string card_root; // host folder of the card ("" = the temporary one)
+    std::string temp_card; // made on first use by a unit test, removed at exit
+    FATFS *mounted = nullptr;
+
+    int input_fd = -1;     // live console input (real-time runs)
+    bool quit_key = false; // Ctrl-] ends the run
+    int64_t last_poll_ns = 0;
+    std::vector<std::string> notes; // one-time warnings, printed on stderr in a run
+    uint64_t due_ = 0;              // nothing happens before this (power cycles only)
+    uint64_t limit_ = kNever;
+
+    uint64_t &now() { return st->now; }
+    void power_on_reset();
+    void default_vectors();
+    void call(uint32_t cost = kCallCost);
+    void deliver();
+    bool deliverable() const;
+    void advance_to(uint64_t t);
+    void idle();
+    uint64_t next_event(); // next time something happens (updates first)
+    void update() {
+        if (mode != Mode::Child || now() >= due_) {
+            update_all();
+        }
+    }
+    void update_all();
+    void touch() { due_ = 0; } // a peripheral's schedule changed
+    uint64_t compute_limit() const;
+    void check_limit();
+    void rt_sync() {
+        if (st->realtime || input_fd >= 0) {
+            rt_sync_wall();
+        }
+    }
+    void rt_sync_wall();
+    void poll_input(int64_t timeout_ns);
+    [[noreturn]] void end_cycle(EndReason r);
+    void warn(const std::string &msg);
+
+    uint32_t rtc_now() const;
+    uint64_t rtc_cycle_of(uint32_t second) const;
+    Uart *uart(uint32_t base);
+    SsiPort *ssi_port(uint32_t base);
+    const std::string &card_path();
+};
+
+extern Board *g_board;
+Board &make_board();
+inline Board &board() {
+    return g_board != nullptr ? *g_board : make_board();
+}
+void install_board_devices(Board &b); // the devices every board has (FRAM)
+void default_state(BoardState &s);
+BoardState *map_state();
+
+} // namespace sim

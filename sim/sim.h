@@ -1,0 +1,215 @@
+// The simulated board's harness: run whole scenarios like `fenwa-sim --script`,
+// and drive the board in-process for unit tests that call firmware functions
+// directly. The platform functions of platform/include work without any setup
+// in a test process: the first call creates a default board (clock 0, RTC 0,
+// erased EEPROM, zeroed FRAM, an empty card in a temporary folder, console
+// output captured for console_take()).
+#pragma once
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "devices.h"
+
+namespace sim {
+
+// ---- board state that survives power cycles -------------------------------
+// One plain record; in a run it lives in memory shared by every power cycle.
+constexpr uint32_t kEepromBytes = 4096;
+constexpr uint32_t kFramBytes = 32768;
+
+enum class EndReason : int32_t {
+    None = 0,
+    Hibernated, // HibernateRequest took the power away
+    Reset,      // SysCtlReset
+    TimeUp,     // --for reached, or the idle guard after the script
+    Quit,       // Ctrl-] on the terminal
+    Stopped,    // the simulator was asked to stop (signal)
+    Crash,      // the power cycle died on a signal
+    Returned,   // run_cycle: the function returned
+};
+const char *to_string(EndReason r);
+
+struct BoardState {
+    uint64_t now; // CPU cycles at 50 MHz since the start of the run
+    // RTC seconds = rtc_base + floor((now - rtc_base_cycles) / kCpuHz)
+    uint32_t rtc_base;
+    int64_t rtc_base_cycles;
+    uint32_t rtc_match;
+    uint32_t wake_flags;   // HIBERNATE_WAKE_*
+    uint32_t hib_status;   // raw status word (HIBERNATE_INT_*)
+    uint32_t hib_int_mask; // status bits that HibernateIntStatus(true) shows
+    uint32_t rtc_trim;
+    uint32_t clock_config;
+    bool module_enabled; // HibernateEnableExpClk was called (the module runs)
+    bool rtc_enabled;
+    bool active_at_start; // what HibernateIsActive reports in this power cycle
+    bool hibernating;
+    bool match_armed;      // the match lies ahead of the RTC (raises 0x01 when passed awake)
+    uint32_t hib_requests; // HibernateRequest calls (also failed ones)
+    uint32_t resets;       // SysCtlReset calls
+    uint8_t eeprom[kEepromBytes];
+    uint8_t fram[kFramBytes];
+    // console line: position in the run's script and when the line is free again
+    uint64_t script_pos;
+    uint64_t console_wire_free;
+    uint32_t console_baud;
+    // knobs
+    bool card_absent;
+    bool card_full;
+    bool card_error;
+    bool eeprom_init_error;
+    bool hib_fail;
+    // end of the power cycle
+    EndReason end_reason;
+    uint64_t deadline;     // the cycle ends when the clock reaches this (kNever: no limit)
+    uint64_t script_guard; // awake this long after the last script byte ends it (0: off)
+    bool script_mode;      // a script feeds the console
+    // real-time mode: wall clock (CLOCK_MONOTONIC ns) that corresponds to rt_cycles_base
+    bool realtime;
+    int64_t rt_wall_base_ns;
+    uint64_t rt_cycles_base;
+    uint32_t cycle_index; // power cycles run so far in this run
+};
+
+// ---- whole runs -------------------------------------------------------------
+struct Options {
+    std::string state_dir = "./fenwa-state";
+    std::string script;      // script text ("SECONDS TEXT" lines)
+    std::string script_path; // or a script file ("-" = standard input)
+    bool has_script = false; // feed the console from script / script_path
+    double for_seconds = -1; // < 0: no limit
+    int64_t rtc = -1;        // >= 0: set the RTC (seconds since 1970) at start
+    bool pty = false;
+    int realtime = -1; // -1: script fast, console real time; 0 fast; 1 real time
+    bool card_absent = false;
+    bool card_full = false;
+    bool card_error = false;
+    bool blank_eeprom = false;
+    bool hib_fail = false;
+    bool eeprom_error = false; // EEPROMInit reports an error
+    int progress = -1;         // -1: when stderr is a terminal
+    std::string result_path;   // write a key = value summary here
+    // Code of each power cycle; nullptr = the firmware. Only for runs that fork
+    // from this process (run_here, or run() when it is set).
+    void (*entry)() = nullptr;
+};
+
+struct RunResult {
+    std::string output;          // every console byte, in order
+    std::string messages;        // the simulator's own messages (stderr)
+    int cycles = 0;              // power cycles run
+    std::vector<EndReason> ends; // how each power cycle ended
+    std::string stop;            // why the run stopped ("script done", "time up", ...)
+    bool crashed = false;
+    int exit_code = 0;
+    double seconds = 0; // simulated seconds
+    uint32_t rtc = 0;   // RTC at the end
+};
+
+// Runs a scenario in a fresh process (the fenwa-sim program when the build
+// knows its path, else a fork of this one) so every power cycle starts from the
+// program image's initial values, whatever this process ran before.
+RunResult run_program(const Options &o, const char *program);
+static inline RunResult run(const Options &o) {
+#ifdef FENWA_SIM_PATH
+    return run_program(o, o.entry ? nullptr : FENWA_SIM_PATH);
+#else
+    return run_program(o, nullptr);
+#endif
+}
+// This process is the supervisor (it must never have run firmware code).
+// Console bytes go to `out_fd`, or into the result when out_fd < 0. Resets the
+// in-process board afterwards.
+RunResult run_here(const Options &o, int out_fd = -1);
+
+// Command line of fenwa-sim (parse, usage, whole program).
+bool parse_args(int argc, char **argv, Options &o, std::string &err, bool &help);
+std::vector<std::string> to_args(const Options &o); // inverse of parse_args
+std::string usage();
+int cli_main(int argc, char **argv);
+
+// Parses a script; false with a message on a malformed line.
+struct ScriptByte {
+    uint64_t at; // earliest cycle at which it is typed
+    uint8_t byte;
+};
+bool parse_script(const std::string &text, std::vector<ScriptByte> &out, std::string &err);
+
+// ---- in-process board (unit tests) -----------------------------------------
+// Knobs of the in-process board that do not survive power cycles.
+struct Knobs {
+    // HibernateRequest records the call (state().hib_requests) and returns,
+    // like a failed hibernation; when set, this is called instead (it may
+    // throw CycleEnd to leave the firmware).
+    std::function<void()> on_hibernate;
+    // SysCtlReset calls this when set; if it returns (or none is set) the
+    // board throws CycleEnd{Reset}.
+    std::function<void()> on_reset;
+    // The clock may not pass this (cycles); the board throws CycleEnd{TimeUp}.
+    uint64_t time_limit = 10ull * 86400 * kCpuHz;
+};
+struct CycleEnd {
+    EndReason reason;
+};
+
+void reset_board();  // a fresh default board
+BoardState &state(); // the board's surviving state (registers, images)
+Knobs &knobs();
+// Bytes typed at the console from now on, paced at UART0's rate; like on the
+// board they are lost while UART0 is disabled (configure the console first).
+void console_feed(const std::string &bytes);
+std::string console_take();   // console bytes sent so far (then cleared)
+void advance_ms(uint32_t ms); // let time pass in the foreground (interrupts run)
+void advance_cycles(uint64_t cycles);
+double now_seconds();
+uint32_t rtc();
+void set_rtc(uint32_t seconds);
+std::string card_dir(); // folder behind the FAT API
+void set_card_dir(const std::string &dir);
+
+// Interrupts delivered so far, by vector number (FAULT_SYSTICK, INT_UART0, ...).
+uint64_t irq_count(uint32_t vector);
+// Replace the handler of a vector (nullptr: back to the firmware's).
+void set_irq_handler(uint32_t vector, void (*handler)());
+
+// I2C bus log: one entry per bus event.
+struct I2cEvent {
+    enum Kind : uint8_t { Start, Write, Read, Stop } kind;
+    uint8_t addr; // Start: target address
+    bool read;    // Start: direction
+    uint8_t data; // Write/Read byte
+    bool ack;     // Start: address acknowledged; Write: byte acknowledged; Read: master acked
+    uint64_t at;
+};
+const std::vector<I2cEvent> &i2c_log();
+void i2c_log_clear();
+// The log as text: "[50 W] 00 40 AA P [50 W] 00 40 [50 R] AA P"
+std::string i2c_log_text();
+
+// GPIO: levels of a port as the pins show them; the LED log (port F pins 2, 3).
+uint8_t gpio_levels(uint32_t port_base);
+struct LedEvent {
+    uint64_t at;
+    uint8_t pin; // GPIO_PIN_2 red, GPIO_PIN_3 green
+    bool on;
+};
+const std::vector<LedEvent> &led_log();
+
+// Runs fn in a forked child as one power cycle of the current board (its
+// surviving state is shared with this process); returns how it ended and the
+// console bytes it sent.
+struct CycleResult {
+    EndReason reason = EndReason::None;
+    int signal = 0;
+    std::string output;
+};
+CycleResult run_cycle(const std::function<void()> &fn);
+
+// The factory EEPROM image: the firmware's defaults record at 1024 (made in a
+// throwaway child), the rest erased.
+bool factory_eeprom(std::array<uint8_t, kEepromBytes> &image, std::string &err);
+
+} // namespace sim

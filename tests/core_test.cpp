@@ -1,0 +1,364 @@
+// The stored records, the schedule, sleep and wake classification, called
+// directly on the in-process simulated board.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "board/uartstdio.h"
+#include "core/main.h"
+#include "core/sleep.h"
+#include "core/system.h"
+#include "hibernate.h"
+#include "interrupt.h"
+#include "scenario.h"
+#include "sim.h"
+
+namespace {
+
+const uint32_t kTenOClock = 1709632800u; // 2024-03-05 10:00:00 UTC
+
+class Core : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        sim::reset_board();
+        std::memset(&sys_data, 0, sizeof sys_data);
+        std::memset(&sys_samp, 0, sizeof sys_samp);
+        sys_data.baud_rate = 115200;
+        sys_samp.initNum = SYS_SAMP_INIT_NUM;
+        UARTStdioConfig(0, 115200, 16000000);
+        IntMasterEnable();
+        sim::console_take();
+    }
+    void TearDown() override {
+        sim::knobs().on_hibernate = nullptr;
+        sim::knobs().on_reset = nullptr;
+    }
+    static std::string console() {
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    // Runs sleep(); the hibernation request ends the cycle as on the board.
+    static void sleep_hibernates(deploy_state s, uint32_t wakeTime) {
+        sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };
+        try {
+            sleep(s, wakeTime);
+            ADD_FAILURE() << "sleep returned";
+        } catch (const sim::CycleEnd &e) {
+            EXPECT_EQ(e.reason, sim::EndReason::Hibernated);
+        }
+    }
+};
+
+TEST_F(Core, DefaultsImage) {
+    sys_data.baud_rate = 9600;
+    sys_data.qa.adc24 = 77; // not a default: kept
+    sys_data.spare[10] = 1.5f;
+    init_sys_data_default();
+    EXPECT_EQ(console(), "Baud rate is changed to default: 115200\r\n");
+
+    const uint8_t *img = reinterpret_cast<const uint8_t *>(&sys_data);
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(img + 600), 28),
+              std::string("Fenwa v5.0.3 ZEP3 123g revB\0", 28));
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(img + 632), 11),
+              std::string("noname.txt\0", 11));
+    uint32_t baud;
+    std::memcpy(&baud, img + 196, 4);
+    EXPECT_EQ(baud, 115200u);
+
+    EXPECT_EQ(sys_data.qa.adc24, 77u);
+    EXPECT_EQ(sys_data.spare[10], 1.5f);
+    EXPECT_STREQ(sys_data.user, "abc");
+    EXPECT_STREQ(sys_data.deploy_note, " ");
+    EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
+    const uint8_t on[] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 0, 0, 0, 1,
+                          1, 1, 1, 1, 1, 1, 1, 1, 0, 5, 0, 0, 0, 0, 0, 0};
+    EXPECT_EQ(std::memcmp(sys_data.data_cfg, on, sizeof on), 0);
+    EXPECT_EQ(sys_data.app_cfg[APPCFG_MICROSD_ENABLE], 1);
+    EXPECT_EQ(sys_data.app_cfg[APPCFG_DEPLOY_UARTECHO], 1);
+    EXPECT_EQ(sys_data.Vbias_sps, 40u);
+    EXPECT_EQ(sys_data.Vtherm_trials, 5u);
+    EXPECT_EQ(sys_data.output, NORMAL);
+
+    // Already at the default rate: no notice.
+    init_sys_data_default();
+    EXPECT_EQ(console(), "");
+}
+
+TEST_F(Core, ChecksumOfUniformImages) {
+    std::memset(&sys_data, 0, sizeof sys_data);
+    EXPECT_EQ(compute_sys_data_chksum(), 0u);
+    std::memset(&sys_data, 0xFF, sizeof sys_data);
+    EXPECT_EQ(compute_sys_data_chksum(), 344760u);
+}
+
+TEST_F(Core, PlausibilityCheckNeedsTwoErrors) {
+    struct Case {
+        float lowBatt;
+        uint32_t baud;
+        uint32_t vrsiSps;
+        bool reset;
+    } cases[] = {
+        {150.0f, 115200, 20, false}, // one error is tolerated
+        {150.0f, 4800, 20, true},    {9.2f, 4800, 0, true},
+        {9.2f, 115200, 41, false},   {9.2f, 9600, 1, false},
+    };
+    for (const Case &c : cases) {
+        init_sys_data_default();
+        sys_data.averaging_interval = 999; // back to 60 only by the defaults
+        sys_data.low_batt_volt = c.lowBatt;
+        sys_data.baud_rate = c.baud;
+        sys_data.Vrsi_sps = c.vrsiSps;
+        sys_data_error_check();
+        EXPECT_EQ(sys_data.averaging_interval == 60, c.reset) << c.lowBatt << " " << c.baud;
+    }
+}
+
+TEST_F(Core, SwitcheroniOutOfRangeIsCleared) {
+    sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI] = 7;
+    EXPECT_EQ(verifySysDataVariables(), 0);
+    EXPECT_EQ(sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI], 0);
+    sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI] = 2;
+    EXPECT_EQ(verifySysDataVariables(), 1);
+    EXPECT_EQ(sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI], 2);
+}
+
+TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
+    init_sys_data_default();
+    console();
+    sys_data.firmware_version[29] = 'x';
+    eeprom_firmware_qa_check();
+    EXPECT_EQ(console(), "");
+
+    sys_data.firmware_version[16] = '4';
+    eeprom_firmware_qa_check();
+    std::string out = console();
+    EXPECT_EQ(out.rfind("\r\n\r\n\r\n\r\n\r\n************* ERROR: EEPROM data check failed", 0),
+              0u);
+    EXPECT_NE(out.find("*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
+                       "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("\r\n\r\n*****************************************************************"
+                       "***********************\r\n"),
+              std::string::npos);
+    EXPECT_EQ(out.substr(out.size() - 4), "**\r\n");
+
+    // An unterminated stored text is shown within its field only.
+    std::memset(sys_data.firmware_version, 'A', sizeof sys_data.firmware_version);
+    eeprom_firmware_qa_check();
+    EXPECT_NE(console().find("Version: " + std::string(32, 'A') + ", does not"), std::string::npos);
+}
+
+TEST_F(Core, SamplingStateMarker) {
+    sys_samp.initNum = 0;
+    sys_samp.current_sample = 9;
+    EXPECT_EQ(storeSysSampFRAMVariables(), 1u);
+    EXPECT_EQ(console(), "FRAM sys_samp.init, Num is not 0x55AA55AA\r\n");
+    uint32_t stored;
+    std::memcpy(&stored, sim::state().fram + 64 + 12, 4);
+    EXPECT_EQ(stored, 0u); // that store was skipped
+    EXPECT_EQ(storeSysSampFRAMVariables(), 0u);
+    std::memcpy(&stored, sim::state().fram + 64 + 12, 4);
+    EXPECT_EQ(stored, 9u);
+
+    // A record without its marker at start-up: defaults, pump counter kept.
+    std::memset(sim::state().fram + 64, 0, 60);
+    uint32_t pumpCnt = 1234, next = 777;
+    std::memcpy(sim::state().fram + 64 + 48, &pumpCnt, 4);
+    std::memcpy(sim::state().fram + 64 + 4, &next, 4);
+    retrieveSysSampFRAMVariables();
+    std::string out = console();
+    EXPECT_EQ(out.rfind("FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n", 0),
+              0u);
+    EXPECT_NE(out.find("APF Set Defaults Into FRAM\r\n"), std::string::npos);
+    EXPECT_EQ(sys_samp.state, IDLE);
+    EXPECT_EQ(sys_samp.nextWakeUp, 0u);
+    EXPECT_EQ(sys_samp.pump1_cnt, 1234u);
+    std::memcpy(&stored, sim::state().fram + 64 + 40, 4);
+    EXPECT_EQ(stored, SYS_SAMP_INIT_NUM);
+}
+
+TEST_F(Core, AlignedAndUnalignedSchedule) {
+    struct Case {
+        uint32_t period;
+        uint32_t now; // seconds after 10:00:00
+        uint32_t next;
+    } aligned[] = {
+        {600, 7 * 60 + 30, 600}, // 10:07:30 -> 10:10:00
+        {600, 600, 600},         // on a slot: kept
+        {600, 0, 600},           // the hour start itself is never chosen
+        {1800, 3599, 3600},      // 10:59:59 -> 11:00:00
+        {7200, 10, 7200},        // a period longer than the hour
+    };
+    for (const Case &c : aligned) {
+        sys_data.sample_aligned = 1;
+        sys_data.sampling_period = c.period;
+        sim::set_rtc(kTenOClock + c.now);
+        EXPECT_EQ(compute_nextWakeUp(), kTenOClock + c.next) << c.period << " " << c.now;
+        EXPECT_EQ(sys_samp.nextWakeUp, kTenOClock + c.next);
+    }
+
+    // Unaligned: a wake-up 20 s late keeps the planned grid.
+    sys_data.sample_aligned = 0;
+    sys_data.sampling_period = 60;
+    sys_samp.nextWakeUp = kTenOClock + 60;
+    sim::set_rtc(kTenOClock + 80);
+    EXPECT_EQ(compute_nextWakeUp(), kTenOClock + 120);
+
+    // No period on an aligned schedule must not hang.
+    sys_data.sample_aligned = 1;
+    sys_data.sampling_period = 0;
+    sim::set_rtc(kTenOClock + 5);
+    EXPECT_EQ(compute_nextWakeUp(), kTenOClock + 5);
+}
+
+TEST_F(Core, SleepClampsTheWakeTime) {
+    struct Case {
+        int64_t ahead; // wake time relative to now
+        uint32_t armed;
+    } cases[] = {{0, 2}, {-100, 2}, {2, 2}, {3, 3}, {3600, 3600}, {3601, 2}};
+    for (const Case &c : cases) {
+        sim::set_rtc(kTenOClock);
+        sleep_hibernates(DEPLOYED, (uint32_t)(kTenOClock + c.ahead));
+        EXPECT_EQ(HibernateRTCMatchGet(0), kTenOClock + c.armed) << c.ahead;
+        EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC);
+        EXPECT_EQ(sys_samp.state, DEPLOYED);
+    }
+    EXPECT_EQ(console(), ""); // normal output, no test mode: silent
+
+    // Polled: pin wake only, no RTC match armed.
+    HibernateRTCMatchSet(0, 0);
+    sleep_hibernates(DEPLOYED, 0);
+    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
+    EXPECT_EQ(HibernateRTCMatchGet(0), 0u);
+    EXPECT_EQ(console(), "\r\n\r\nSleeping in polled mode..\r\n\r\n\r\n");
+
+    // Idle in normal output: a single star.
+    sleep_hibernates(IDLE, 0);
+    EXPECT_EQ(console(), "*");
+    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
+    uint32_t state;
+    std::memcpy(&state, sim::state().fram + 64, 4);
+    EXPECT_EQ(state, 0u); // stored before the power goes
+
+    sys_data.output = VERBOSE;
+    sleep_hibernates(IDLE, 0);
+    EXPECT_EQ(console(), "\r\n\r\nSleeping...*hit any key to wake\r\n\r\n\r\n");
+    sim::set_rtc(kTenOClock);
+    sleep_hibernates(DEPLOYED, kTenOClock + 60);
+    EXPECT_EQ(console(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
+}
+
+TEST_F(Core, DeploymentDialogueWithADelayedPump) {
+    init_sys_data_default();
+    sys_data.sampling_period = 60;
+    sys_data.pump1_ontime = 5;
+    sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
+    sim::set_rtc(kTenOClock);
+    console();
+    sim::console_feed("y\r"
+                      "y\r"
+                      "\r"
+                      "15\r");
+    sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };
+    try {
+        deploy_start();
+        ADD_FAILURE() << "deploy_start returned";
+    } catch (const sim::CycleEnd &) {
+    }
+    std::string out = console();
+    EXPECT_NE(out.find("SBE pump will run and must be immersed at start time!\r\n Delayed start "
+                       "feature is disabled... Next Seawick release should have it, feedback on "
+                       "delay parm entry is requested. \r\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("Pump test mode active\r\n"), std::string::npos);
+    EXPECT_NE(out.find("Enter delay [0] min: "), std::string::npos);
+    EXPECT_NE(out.find("Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("Starting deployment...       Hit a key, then type 'stop' to end "
+                       "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"),
+              std::string::npos);
+    EXPECT_EQ(sys_data.test_mode, 1u);
+    EXPECT_EQ(sys_samp.start_pump_cntdown, 900u);
+    EXPECT_EQ(sys_data.start_pump_time, kTenOClock + 900);
+    EXPECT_EQ(sys_data.deploy_time, kTenOClock + 1);
+    EXPECT_EQ(sys_samp.state, DEPLOYED);
+    EXPECT_EQ(sys_samp.nextWakeUp, kTenOClock);
+    EXPECT_EQ(HibernateRTCMatchGet(0), kTenOClock + 2);
+}
+
+TEST_F(Core, FailedHibernationResets) {
+    sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
+    try {
+        sleep(IDLE, 0);
+        ADD_FAILURE() << "sleep returned";
+    } catch (const sim::CycleEnd &e) {
+        EXPECT_EQ(e.reason, sim::EndReason::Reset);
+    }
+    EXPECT_EQ(sim::state().hib_requests, 1u);
+    std::string out = console();
+    EXPECT_NE(out.find("*\r\nconsole enable is not ported on ZEP3"), std::string::npos);
+    EXPECT_NE(out.find("\r\n\r\n\r\nHibernation error!  Possible cause: remove JP1 on VEXA board "
+                       "\r\n\r\n\r\n"),
+              std::string::npos);
+    EXPECT_NE(out.find("\r\n\r\n\r\nCalling SysCtrlReset...\r\n\r\n\r\n"), std::string::npos);
+}
+
+TEST_F(Core, WakeClassification) {
+    struct Case {
+        uint32_t status;
+        deploy_state before;
+        uint32_t source;
+        deploy_state after;
+        bool rtcSetUp;
+    } cases[] = {
+        {0x18, DEPLOYED, WAKE_KEY, DEPLOYED, false}, {0x11, DEPLOYED, WAKE_RTC, DEPLOYED, false},
+        {0x10, DEPLOYED, WAKE_RTC, DEPLOYED, true},  {0x10, IDLE, WAKE_NOTSET, IDLE, true},
+        {0x50, DEPLOYED, WAKE_NOTSET, IDLE, true},   {0x90, DEPLOYED, WAKE_NOTSET, IDLE, true},
+        {0x00, DEPLOYED, WAKE_NOTSET, IDLE, true},
+    };
+    for (const Case &c : cases) {
+        sim::reset_board();
+        sim::state().active_at_start = true;
+        sim::state().module_enabled = true;
+        sim::state().hib_status = c.status;
+        sim::state().rtc_trim = 0;
+        sys_samp.state = c.before;
+        EXPECT_EQ(wake_handler(), c.source) << std::hex << c.status;
+        EXPECT_EQ(sys_samp.state, c.after) << std::hex << c.status;
+        EXPECT_EQ(sim::state().hib_status, 0u) << "status cleared";
+        EXPECT_EQ(sim::state().rtc_trim == 0x7FFF, c.rtcSetUp) << std::hex << c.status;
+    }
+
+    // Cold start: the module was not running.
+    sim::reset_board();
+    sim::state().active_at_start = false;
+    sys_samp.state = DEPLOYED;
+    EXPECT_EQ(wake_handler(), (uint32_t)WAKE_NOTSET);
+    EXPECT_EQ(sys_samp.state, DEPLOYED);
+    EXPECT_TRUE(sim::state().rtc_enabled);
+    EXPECT_EQ(sim::state().rtc_trim, 0x7FFFu);
+}
+
+// A host at a deployed instrument: commands are prefixes, "pumpon" is offered
+// but refused, "ss" insists on "sl", and "stop" with trailing text ends it all.
+TEST(CoreScenario, DeployedCommandLoop) {
+    scenario::Board b;
+    auto r = b.run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n"
+                   "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
+                   "30 x\n32 stopnow\\r\n",
+                   200);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("pumpon\r\n\rNAK\r\n"), std::string::npos);
+    EXPECT_NE(r.out.find("TS\r\n\rNAK\r\n"), std::string::npos); // no case folding here
+    EXPECT_NE(r.out.find("\r\nexpected sl, received xx"), std::string::npos);
+    EXPECT_EQ(r.out.find("Enter command"), std::string::npos); // normal output: no prompt
+    EXPECT_EQ(r.out.back(), '*');
+    auto f = b.fram();
+    EXPECT_EQ(scenario::u32(f, 64 + 0), 0u); // IDLE after "stopnow"
+    // Deployed at 4 s: the first sample plans 4 + 600, the key wake that
+    // resumed moves it one period on; "stop" leaves the plan alone.
+    EXPECT_EQ(scenario::u32(f, 64 + 4), 4u + 2 * 600u);
+}
+
+} // namespace

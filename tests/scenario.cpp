@@ -1,0 +1,144 @@
+#include "scenario.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace scenario {
+
+namespace {
+std::vector<uint8_t> readAll(const fs::path &p) {
+    std::ifstream f(p, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+}
+void writeAll(const fs::path &p, const std::vector<uint8_t> &v) {
+    std::ofstream f(p, std::ios::binary | std::ios::trunc);
+    f.write(reinterpret_cast<const char *>(v.data()), static_cast<std::streamsize>(v.size()));
+}
+std::string slurpFd(int fd) {
+    std::string s;
+    char buf[65536];
+    ssize_t n;
+    while ((n = read(fd, buf, sizeof buf)) > 0) {
+        s.append(buf, static_cast<size_t>(n));
+    }
+    return s;
+}
+}  // namespace
+
+Board::Board() {
+    char tmpl[] = "/tmp/fenwa-scenario-XXXXXX";
+    char *d = mkdtemp(tmpl);
+    if (d == nullptr) {
+        std::abort();
+    }
+    dir_ = std::string(d) + "/state";
+}
+
+Board::~Board() {
+    std::error_code ec;
+    fs::remove_all(fs::path(dir_).parent_path(), ec);
+}
+
+Run Board::run(const std::string &script, double forSeconds, const std::vector<std::string> &extra) {
+    fs::path scriptPath = fs::path(dir_).parent_path() / "script.txt";
+    {
+        std::ofstream f(scriptPath);
+        f << script;
+    }
+    fs::path errPath = fs::path(dir_).parent_path() / "stderr.txt";
+    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script", scriptPath.string()};
+    if (forSeconds > 0) {
+        std::ostringstream s;
+        s << forSeconds;
+        args.push_back("--for");
+        args.push_back(s.str());
+    }
+    args.insert(args.end(), extra.begin(), extra.end());
+
+    int pipefd[2];
+    if (pipe(pipefd) != 0) {
+        std::abort();
+    }
+    pid_t pid = fork();
+    if (pid == 0) {
+        dup2(pipefd[1], 1);
+        FILE *e = std::fopen(errPath.c_str(), "w");
+        if (e != nullptr) {
+            dup2(fileno(e), 2);
+        }
+        close(pipefd[0]);
+        close(pipefd[1]);
+        setenv("TZ", "UTC", 1);
+        std::vector<char *> argv;
+        for (auto &a : args) {
+            argv.push_back(const_cast<char *>(a.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    close(pipefd[1]);
+    Run r;
+    r.out = slurpFd(pipefd[0]);
+    close(pipefd[0]);
+    int st = 0;
+    waitpid(pid, &st, 0);
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    auto e = readAll(errPath);
+    r.err.assign(e.begin(), e.end());
+    return r;
+}
+
+std::vector<uint8_t> Board::eeprom() const { return readAll(fs::path(dir_) / "eeprom.bin"); }
+std::vector<uint8_t> Board::fram() const { return readAll(fs::path(dir_) / "fram.bin"); }
+void Board::writeEeprom(const std::vector<uint8_t> &image) const { writeAll(fs::path(dir_) / "eeprom.bin", image); }
+void Board::writeFram(const std::vector<uint8_t> &image) const { writeAll(fs::path(dir_) / "fram.bin", image); }
+
+std::string Board::cardFile(const std::string &name) const {
+    fs::path p = fs::path(dir_) / "card" / name;
+    if (!fs::exists(p)) {
+        return "";
+    }
+    auto v = readAll(p);
+    return std::string(v.begin(), v.end());
+}
+
+uint32_t u32(const std::vector<uint8_t> &img, size_t off) {
+    uint32_t v = 0;
+    if (off + 4 <= img.size()) {
+        std::memcpy(&v, img.data() + off, 4);
+    }
+    return v;
+}
+float f32(const std::vector<uint8_t> &img, size_t off) {
+    float v = 0;
+    if (off + 4 <= img.size()) {
+        std::memcpy(&v, img.data() + off, 4);
+    }
+    return v;
+}
+std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width) {
+    std::string s;
+    for (size_t i = off; i < off + width && i < img.size() && img[i] != 0; ++i) {
+        s.push_back(static_cast<char>(img[i]));
+    }
+    return s;
+}
+size_t count(const std::string &hay, const std::string &needle) {
+    size_t n = 0;
+    for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + needle.size())) {
+        ++n;
+    }
+    return n;
+}
+
+}  // namespace scenario

@@ -1,0 +1,48 @@
+// Scenario harness: runs the fenwa-sim program on a fresh (or given) board
+// state folder with a timed console script, and gives back the console bytes
+// and the board's stored images.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace scenario {
+
+struct Run {
+    std::string out;  // every console byte, in order
+    std::string err;  // the simulator's own messages
+    int status = -1;  // exit status of fenwa-sim
+};
+
+class Board {
+  public:
+    Board();  // a new, empty state folder (provisioned as a factory board on first run)
+    ~Board();
+    Board(const Board &) = delete;
+    Board &operator=(const Board &) = delete;
+
+    // Runs fenwa-sim --script on this board. `script` is in the script format
+    // ("SECONDS TEXT" lines). `extra` are further command-line options.
+    Run run(const std::string &script, double forSeconds = 0,
+            const std::vector<std::string> &extra = {});
+
+    const std::string &dir() const { return dir_; }
+    std::vector<uint8_t> eeprom() const;
+    std::vector<uint8_t> fram() const;
+    std::string cardFile(const std::string &name) const;  // "" when missing
+    void writeEeprom(const std::vector<uint8_t> &image) const;
+    void writeFram(const std::vector<uint8_t> &image) const;
+
+  private:
+    std::string dir_;
+};
+
+// Little-endian field readers for the stored images.
+uint32_t u32(const std::vector<uint8_t> &img, size_t off);
+float f32(const std::vector<uint8_t> &img, size_t off);
+std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width);
+
+// Number of non-overlapping occurrences of `needle` in `hay`.
+size_t count(const std::string &hay, const std::string &needle);
+
+}  // namespace scenario

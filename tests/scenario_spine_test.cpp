@@ -1,0 +1,190 @@
+// The instrument driven through its console like a host or an operator would:
+// boot, host link, menu, stored settings across power cycles, deployment.
+#include <gtest/gtest.h>
+
+#include "scenario.h"
+
+using scenario::Board;
+using scenario::count;
+
+namespace {
+
+const char *const kMenu =
+    "\r\n\r\n\r\nMain Menu -- Fenwa v5.0.3 ZEP3 123g revB -- Will sleep in 30 seconds\r\n"
+    "1 -- Configure\r\n2 -- Test\r\n3 -- Sleep\r\n4 -- Deploy\r\n5 -- Files\r\n"
+    "6 -- Commandline\r\n7 -- WendZone\r\nH -- Help\r\nEnter Selection: ";
+
+// Text after the last occurrence of `marker` (the reply to the last command).
+std::string after(const std::string &out, const std::string &marker) {
+    size_t p = out.rfind(marker);
+    return p == std::string::npos ? std::string() : out.substr(p + marker.size());
+}
+
+} // namespace
+
+TEST(Scenario, NewBoardBootsWithFramDefaultsAndServesMenu) {
+    Board b;
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 version\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("APF Set Defaults Into FRAM\r\n"), std::string::npos);
+    // Four carriage returns: four prompts, then the next key opens the menu.
+    EXPECT_NE(r.out.find("\r\n>\r\n>\r\n>\r\n>\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find(kMenu), std::string::npos);
+    // "6" leaves the menu for the command line (echo of Enter, then the prompt).
+    size_t menuAt = r.out.find(kMenu);
+    ASSERT_NE(menuAt, std::string::npos);
+    EXPECT_EQ(r.out.find("6\r\n\r\r\n>", menuAt), menuAt + std::string(kMenu).size());
+    EXPECT_NE(r.out.find("version\r\nFenwa v5.0.3 ZEP3 123g revB\r\n\r\n>"), std::string::npos);
+    // 100 s without host activity: the idle board sleeps.
+    EXPECT_EQ(r.out.back(), '*');
+}
+
+TEST(Scenario, MenuFallsAsleepAfterThirtySeconds) {
+    Board b;
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n", 40);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string tail = after(r.out, "Enter Selection: ");
+    EXPECT_EQ(tail, "*");
+}
+
+TEST(Scenario, StoredRecordsHaveTheStoredLayout) {
+    Board b;
+    auto r = b.run("1 version\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto e = b.eeprom();
+    ASSERT_EQ(e.size(), 4096u);
+    EXPECT_EQ(scenario::cstr(e, 1024 + 600, 32), "Fenwa v5.0.3 ZEP3 123g revB");
+    EXPECT_EQ(e[1024 + 627], 0);
+    EXPECT_EQ(scenario::cstr(e, 1024 + 632, 16), "noname.txt");
+    EXPECT_EQ(scenario::u32(e, 1024 + 196), 115200u);
+    auto f = b.fram();
+    ASSERT_GE(f.size(), 1024u);
+    EXPECT_EQ(scenario::u32(f, 64 + 40), 0x55AA55AAu);
+    EXPECT_EQ(scenario::u32(f, 0), 0xAA55AA55u); // probe pattern
+    EXPECT_EQ(scenario::u32(f, 64 + 0), 0u);     // IDLE
+}
+
+TEST(Scenario, SettingsSurviveAPowerCycle) {
+    Board b;
+    auto r = b.run("1 period 20\\r\n"
+                   "2 filename data.txt\\r\n"
+                   "3 vrsi set 0\\r\n"
+                   "4 time 12/31/24 23:59:00\\r\n"
+                   "5 sleep\\r\n"
+                   "10 \\r\n" // wakes the board; the byte itself is lost
+                   "12 getperiod\\r\n"
+                   "13 filename\\r\n"
+                   "14 vrsi get\\r\n"
+                   "15 time\\r\n"
+                   "16 sampnum\\r\n"
+                   "17 microsd\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("period 20\r\n\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find("getperiod\r\n20\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find("filename\r\ndata.txt\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find("vrsi get\r\n0\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find("time\r\n12/31/24 23:59:1"), std::string::npos);
+    EXPECT_NE(r.out.find("sampnum\r\n#0000000\r\n\r\n>"), std::string::npos);
+    EXPECT_NE(r.out.find("microsd\r\n1\r\n>"), std::string::npos);
+    auto e = b.eeprom();
+    EXPECT_EQ(scenario::u32(e, 1024 + 0), 20u);
+    EXPECT_EQ(scenario::cstr(e, 1024 + 632, 16), "data.txt");
+    EXPECT_EQ(e[1024 + 200 + 5], 0); // CFG_VRSI
+}
+
+TEST(Scenario, HelpTextsAndTermTimes) {
+    Board b;
+    auto r = b.run("1 help\\r\n3 hh\\r\n5 m2m\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("** datalogger setup:  0 for off, 1 for on\r\n time, gettime\r\n"),
+              std::string::npos);
+    EXPECT_NE(r.out.find(" microsd, store align\r\n"), std::string::npos);
+    EXPECT_NE(r.out.find("\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000\r\n>"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("                 Ping:  W          ACK\r\n"), std::string::npos);
+    EXPECT_NE(r.out.find("term time = 2000 msec"), std::string::npos);
+    EXPECT_NE(r.out.find("m2m\r\nterm time = 250 msec\r\n>"), std::string::npos);
+}
+
+TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
+    Board b;
+    // Deploy from the menu with a 20 s period, then leave it alone.
+    auto r = b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n", 105);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(
+        r.out.find("Starting deployment...       Hit a key, then type 'stop' to end deployment."),
+        std::string::npos);
+    // Deployed at about 4 s: samples at +2, +20, +40, +60, +80, +100.
+    EXPECT_EQ(count(r.out, "not built yet: get_sample"), 6u);
+    auto f = b.fram();
+    EXPECT_EQ(scenario::u32(f, 64 + 0), 1u); // DEPLOYED
+    uint32_t next = scenario::u32(f, 64 + 4);
+    auto e = b.eeprom();
+    uint32_t deployTime = scenario::u32(e, 1024 + 260); // start + 1
+    EXPECT_EQ(next, deployTime - 1 + 120);
+
+    // A key wake with no command resumes the schedule without a sample;
+    // "dump" shows the state and "stop" ends the deployment.
+    auto r2 = b.run("1 \\r\n15 x\n17 dump\\r\n18 stop\\r\n", 30);
+    ASSERT_EQ(r2.status, 0) << r2.err;
+    EXPECT_EQ(count(r2.out, "not built yet: get_sample"), 0u);
+    EXPECT_NE(r2.out.find("DEPLOYED\r\nnow "), std::string::npos);
+    EXPECT_NE(r2.out.find("sampling period 20\r\n"), std::string::npos);
+    EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u); // IDLE after stop
+}
+
+TEST(Scenario, PolledModeDeploymentSleepsIdle) {
+    Board b;
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 4\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("Deployed in polled mode, space to wake, then ts ..."), std::string::npos);
+    EXPECT_EQ(r.out.back(), '*');
+    EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u);
+}
+
+TEST(Scenario, VersionMismatchBannerWithEveryMenu) {
+    Board b;
+    b.run("1 version\\r\n");
+    auto e = b.eeprom();
+    e[1024 + 600 + 16] = '4'; // "Fenwa v5.0.3 ZEP4..."
+    b.writeEeprom(e);
+    // The first byte wakes the sleeping board and is lost.
+    auto r = b.run("0.5 \\r\n1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 z\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(count(r.out, "************* ERROR: EEPROM data check failed (firmware upgrade) "
+                           "***********************\r\n\r\n"),
+              2u);
+    EXPECT_NE(r.out.find("*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
+                         "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n"),
+              std::string::npos);
+    // The record is neither converted nor reset.
+    EXPECT_EQ(scenario::cstr(b.eeprom(), 1024 + 600, 32), "Fenwa v5.0.3 ZEP4 123g revB");
+}
+
+TEST(Scenario, GarbageOnTheConsoleNeverDamagesTheRecord) {
+    Board b;
+    b.run("1 period 30\\r\n");
+    auto before = b.eeprom();
+    std::string script;
+    std::string burst;
+    for (int i = 0; i < 256; ++i) {
+        char hex[8];
+        snprintf(hex, sizeof hex, "\\x%02x", i);
+        burst += hex;
+    }
+    script += "0.5 \\r\n";  // wakes the sleeping board
+    script += "2 " + burst + "\n";
+    script += "4 s" + std::string(10000, 'x') + "\\r\n";
+    std::string flood;
+    for (int i = 0; i < 200; ++i) {
+        flood += "\\r\\n";
+    }
+    script += "40 " + flood + "\n";
+    script += "60 getperiod\\r\n";
+    auto r = b.run(script);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("getperiod\r\n30\r\n>"), std::string::npos);
+    EXPECT_EQ(b.eeprom(), before);
+}
