@@ -4,7 +4,6 @@
 // the menu paths run through the simulator program (scenario harness).
 #include <gtest/gtest.h>
 
-#if __has_include("sim.h")
 #include "sim.h"
 
 #include <cstring>
@@ -934,11 +933,3 @@ TEST(HostScenario, MenuRequestPowersDownALeftOnSpectrometer) {
 }
 
 } // namespace
-
-#else
-
-TEST(Host, NeedsTheSimulatedBoard) {
-    GTEST_SKIP() << "sim/sim.h is not there yet";
-}
-
-#endif

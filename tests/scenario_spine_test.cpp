@@ -188,3 +188,48 @@ TEST(Scenario, GarbageOnTheConsoleNeverDamagesTheRecord) {
     EXPECT_NE(r.out.find("getperiod\r\n30\r\n>"), std::string::npos);
     EXPECT_EQ(b.eeprom(), before);
 }
+
+TEST(Scenario, ADeployedBoardThatLostPowerRestartsIdle) {
+    Board b;
+    b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n", 10);
+    ASSERT_EQ(scenario::u32(b.fram(), 64 + 0), 1u);
+    // A key wake, then the run ends while the board is awake: a battery swap.
+    b.run("1 \\r\n", 3);
+    auto r = b.run("1 getperiod\\r\n", 5);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.find("not built yet: get_sample"), std::string::npos);
+    EXPECT_NE(r.out.find("getperiod\r\n20\r\n>"), std::string::npos);
+    EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u);
+}
+
+TEST(Scenario, AnUnknownStoredStateIsReportedAndCleared) {
+    Board b;
+    b.run("1 version\\r\n");
+    auto f = b.fram();
+    f[64] = 7;
+    b.writeFram(f);
+    auto r = b.run("1 \\r\n3 getperiod\\r\n");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("ERROR in sys_samp.state = 7"), std::string::npos);
+    EXPECT_NE(r.out.find("getperiod\r\n0\r\n>"), std::string::npos);
+    EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u);
+}
+
+TEST(Scenario, FailedHibernationIsReportedAndResetsTheBoard) {
+    Board b;
+    auto r = b.run("1 sleep\\r\n", 3, {"--hib-fail"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const char *const seq[] = {
+        "*",
+        "\r\nconsole enable is not ported on ZEP3, board_util.c, line 118\r\n",
+        "Hibernation error!  Possible cause: remove JP1 on VEXA board ",
+        "not built yet: error_store",
+        "Calling SysCtrlReset...",
+        ">",  // the board starts again and serves the host link
+    };
+    size_t at = 0;
+    for (const char *s : seq) {
+        at = r.out.find(s, at);
+        ASSERT_NE(at, std::string::npos) << s << "\n" << r.out;
+    }
+}
