@@ -17,7 +17,8 @@ namespace scenario {
 namespace {
 std::vector<uint8_t> readAll(const fs::path &p) {
     std::ifstream f(p, std::ios::binary);
-    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)),
+                                std::istreambuf_iterator<char>());
 }
 void writeAll(const fs::path &p, const std::vector<uint8_t> &v) {
     std::ofstream f(p, std::ios::binary | std::ios::trunc);
@@ -32,7 +33,7 @@ std::string slurpFd(int fd) {
     }
     return s;
 }
-}  // namespace
+} // namespace
 
 Board::Board() {
     char tmpl[] = "/tmp/fenwa-scenario-XXXXXX";
@@ -48,14 +49,16 @@ Board::~Board() {
     fs::remove_all(fs::path(dir_).parent_path(), ec);
 }
 
-Run Board::run(const std::string &script, double forSeconds, const std::vector<std::string> &extra) {
+Run Board::run(const std::string &script, double forSeconds,
+               const std::vector<std::string> &extra) {
     fs::path scriptPath = fs::path(dir_).parent_path() / "script.txt";
     {
         std::ofstream f(scriptPath);
         f << script;
     }
     fs::path errPath = fs::path(dir_).parent_path() / "stderr.txt";
-    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script", scriptPath.string()};
+    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script",
+                                     scriptPath.string()};
     if (forSeconds > 0) {
         std::ostringstream s;
         s << forSeconds;
@@ -98,10 +101,18 @@ Run Board::run(const std::string &script, double forSeconds, const std::vector<s
     return r;
 }
 
-std::vector<uint8_t> Board::eeprom() const { return readAll(fs::path(dir_) / "eeprom.bin"); }
-std::vector<uint8_t> Board::fram() const { return readAll(fs::path(dir_) / "fram.bin"); }
-void Board::writeEeprom(const std::vector<uint8_t> &image) const { writeAll(fs::path(dir_) / "eeprom.bin", image); }
-void Board::writeFram(const std::vector<uint8_t> &image) const { writeAll(fs::path(dir_) / "fram.bin", image); }
+std::vector<uint8_t> Board::eeprom() const {
+    return readAll(fs::path(dir_) / "eeprom.bin");
+}
+std::vector<uint8_t> Board::fram() const {
+    return readAll(fs::path(dir_) / "fram.bin");
+}
+void Board::writeEeprom(const std::vector<uint8_t> &image) const {
+    writeAll(fs::path(dir_) / "eeprom.bin", image);
+}
+void Board::writeFram(const std::vector<uint8_t> &image) const {
+    writeAll(fs::path(dir_) / "fram.bin", image);
+}
 
 std::string Board::cardFile(const std::string &name) const {
     fs::path p = fs::path(dir_) / "card" / name;
@@ -135,10 +146,11 @@ std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width) {
 }
 size_t count(const std::string &hay, const std::string &needle) {
     size_t n = 0;
-    for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + needle.size())) {
+    for (size_t p = hay.find(needle); p != std::string::npos;
+         p = hay.find(needle, p + needle.size())) {
         ++n;
     }
     return n;
 }
 
-}  // namespace scenario
+} // namespace scenario

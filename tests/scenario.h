@@ -9,14 +9,14 @@
 namespace scenario {
 
 struct Run {
-    std::string out;  // every console byte, in order
-    std::string err;  // the simulator's own messages
-    int status = -1;  // exit status of fenwa-sim
+    std::string out; // every console byte, in order
+    std::string err; // the simulator's own messages
+    int status = -1; // exit status of fenwa-sim
 };
 
 class Board {
   public:
-    Board();  // a new, empty state folder (provisioned as a factory board on first run)
+    Board(); // a new, empty state folder (provisioned as a factory board on first run)
     ~Board();
     Board(const Board &) = delete;
     Board &operator=(const Board &) = delete;
@@ -29,7 +29,7 @@ class Board {
     const std::string &dir() const { return dir_; }
     std::vector<uint8_t> eeprom() const;
     std::vector<uint8_t> fram() const;
-    std::string cardFile(const std::string &name) const;  // "" when missing
+    std::string cardFile(const std::string &name) const; // "" when missing
     void writeEeprom(const std::vector<uint8_t> &image) const;
     void writeFram(const std::vector<uint8_t> &image) const;
 
@@ -45,4 +45,4 @@ std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width);
 // Number of non-overlapping occurrences of `needle` in `hay`.
 size_t count(const std::string &hay, const std::string &needle);
 
-}  // namespace scenario
+} // namespace scenario

@@ -174,7 +174,7 @@ TEST(Scenario, GarbageOnTheConsoleNeverDamagesTheRecord) {
         snprintf(hex, sizeof hex, "\\x%02x", i);
         burst += hex;
     }
-    script += "0.5 \\r\n";  // wakes the sleeping board
+    script += "0.5 \\r\n"; // wakes the sleeping board
     script += "2 " + burst + "\n";
     script += "4 s" + std::string(10000, 'x') + "\\r\n";
     std::string flood;
@@ -225,7 +225,7 @@ TEST(Scenario, FailedHibernationIsReportedAndResetsTheBoard) {
         "Hibernation error!  Possible cause: remove JP1 on VEXA board ",
         "not built yet: error_store",
         "Calling SysCtrlReset...",
-        ">",  // the board starts again and serves the host link
+        ">", // the board starts again and serves the host link
     };
     size_t at = 0;
     for (const char *s : seq) {

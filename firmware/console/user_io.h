@@ -17,8 +17,7 @@ int yesOrNoMenuChoice(const char *prompt, int default_response);
 int kbhit(void);
 int getchar_timed(uint32_t timeout);
 int getUserInput(char *userInputBuffer, uint32_t userInputBufferSize);
-int getUserInputTimeLimit(char *userInputBuffer, uint32_t userInputBufferSize,
-                          uint32_t timeLimit);
+int getUserInputTimeLimit(char *userInputBuffer, uint32_t userInputBufferSize, uint32_t timeLimit);
 unsigned char getChar(void);
 time_t getDateAndTime(void);
 void print_time_t_Time(time_t time);

@@ -199,13 +199,13 @@ static_assert(offsetof(qaData, Vrsi) == 32 && offsetof(qaData, Vbias_pos) == 116
 static_assert(sizeof(systemData) == 1352, "systemData layout");
 static_assert(offsetof(systemData, quadTherm_c0) == 40 && offsetof(systemData, default_sal) == 96 &&
                   offsetof(systemData, offset_Ib) == 168 && offsetof(systemData, output) == 172 &&
-                  offsetof(systemData, test_mode) == 176 && offsetof(systemData, baud_rate) == 196 &&
-                  offsetof(systemData, data_cfg) == 200 && offsetof(systemData, app_cfg) == 232 &&
-                  offsetof(systemData, GMT) == 248 && offsetof(systemData, diag) == 252 &&
-                  offsetof(systemData, pump_spare) == 296 && offsetof(systemData, pHOffset) == 360 &&
-                  offsetof(systemData, K2_Cal) == 376 && offsetof(systemData, fP_Cal) == 392 &&
-                  offsetof(systemData, k0_HCL) == 420 && offsetof(systemData, spare) == 432 &&
-                  offsetof(systemData, service_date) == 532 &&
+                  offsetof(systemData, test_mode) == 176 &&
+                  offsetof(systemData, baud_rate) == 196 && offsetof(systemData, data_cfg) == 200 &&
+                  offsetof(systemData, app_cfg) == 232 && offsetof(systemData, GMT) == 248 &&
+                  offsetof(systemData, diag) == 252 && offsetof(systemData, pump_spare) == 296 &&
+                  offsetof(systemData, pHOffset) == 360 && offsetof(systemData, K2_Cal) == 376 &&
+                  offsetof(systemData, fP_Cal) == 392 && offsetof(systemData, k0_HCL) == 420 &&
+                  offsetof(systemData, spare) == 432 && offsetof(systemData, service_date) == 532 &&
                   offsetof(systemData, cal_filename) == 568 &&
                   offsetof(systemData, firmware_version) == 600 &&
                   offsetof(systemData, fileName) == 632 && offsetof(systemData, user) == 648 &&

@@ -5,7 +5,9 @@
 
 void pump_var_init(void) {}
 
-void pump_and_sample_start(void) { sys_samp.pump_seq_state = 1; }
+void pump_and_sample_start(void) {
+    sys_samp.pump_seq_state = 1;
+}
 
 int32_t pump_and_sample(int32_t printFlg, int32_t writeFlg) {
     get_sample(printFlg, writeFlg);

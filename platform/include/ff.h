@@ -59,8 +59,8 @@ typedef struct {
 typedef struct {
     FATFS *fs;
     BYTE flag;
-    DWORD fptr;  // read/write pointer
-    DWORD fsize; // file size
+    DWORD fptr;     // read/write pointer
+    DWORD fsize;    // file size
     int32_t handle; // back end's handle
 } FIL;
 

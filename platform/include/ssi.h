@@ -9,8 +9,8 @@ void SSIConfigSetExpClk(uint32_t base, uint32_t clk, uint32_t protocol, uint32_t
                         uint32_t bitRate, uint32_t dataWidth);
 void SSIEnable(uint32_t base);
 void SSIDisable(uint32_t base);
-void SSIDataPut(uint32_t base, uint32_t data);                   // blocks while the FIFO is full
-int32_t SSIDataPutNonBlocking(uint32_t base, uint32_t data);     // 1 queued, 0 full
-void SSIDataGet(uint32_t base, uint32_t *data);                  // blocks until a word is there
-int32_t SSIDataGetNonBlocking(uint32_t base, uint32_t *data);    // 1 read, 0 empty
+void SSIDataPut(uint32_t base, uint32_t data);                // blocks while the FIFO is full
+int32_t SSIDataPutNonBlocking(uint32_t base, uint32_t data);  // 1 queued, 0 full
+void SSIDataGet(uint32_t base, uint32_t *data);               // blocks until a word is there
+int32_t SSIDataGetNonBlocking(uint32_t base, uint32_t *data); // 1 read, 0 empty
 bool SSIBusy(uint32_t base);
