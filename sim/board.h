@@ -209,6 +209,10 @@ inline Board &board() {
     return g_board != nullptr ? *g_board : make_board();
 }
 void install_board_devices(Board &b); // the devices every board has (FRAM)
+// Device families, each in its own file; install_board_devices calls them.
+void install_adc_devices(Board &b);        // ADS1248 and the analog front end on SSI3
+void install_i2c_sensors(Board &b);        // BME280, PCAL6416, INA260
+void install_serial_instruments(Board &b); // CTD on UART4, instrument on UART3
 void default_state(BoardState &s);
 BoardState *map_state();
 

@@ -51,6 +51,9 @@ class Fram : public I2cDevice {
 
 void install_board_devices(Board &b) {
     b.i2c.devices[0x50] = std::make_shared<Fram>(b.st);
+    install_adc_devices(b);
+    install_i2c_sensors(b);
+    install_serial_instruments(b);
 }
 
 void I2cBus::power_on() {

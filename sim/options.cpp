@@ -33,6 +33,30 @@ bool number(const std::string &v, double &out, std::string &err, const char *wha
     return true;
 }
 
+bool value(const std::string &v, double &out, std::string &err, const char *what, double lo,
+           double hi) {
+    char *end = nullptr;
+    out = std::strtod(v.c_str(), &end);
+    if (v.empty() || *end != '\0' || !std::isfinite(out) || out < lo || out > hi) {
+        err = std::string(what) + " must be a number from " + std::to_string(lo) + " to " +
+              std::to_string(hi) + ", not '" + v + "'";
+        return false;
+    }
+    return true;
+}
+
+bool choice(const std::string &v, std::string &out, std::string &err, const char *what,
+            std::initializer_list<const char *> allowed) {
+    for (const char *a : allowed) {
+        if (v == a) {
+            out = v;
+            return true;
+        }
+    }
+    err = std::string(what) + ": unknown value '" + v + "'";
+    return false;
+}
+
 const std::vector<Opt> &table() {
     static const std::vector<Opt> t = {
         {"--state", "DIR", "board state folder (default ./fenwa-state)",
@@ -75,6 +99,50 @@ const std::vector<Opt> &table() {
              }
              o.rtc = int64_t(d);
              return true;
+         }},
+        {"--ph", "PH", "pH of the water at the sensor (default 8.0)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.ph, err, "--ph", 0, 14);
+         }},
+        {"--temp", "C", "water temperature in degrees Celsius (default 15)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.temp_c, err, "--temp", -5, 45);
+         }},
+        {"--sal", "S", "practical salinity of the water (default 35)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.salinity, err, "--sal", 0, 45);
+         }},
+        {"--seed", "N", "seed of the noise generators (default 1)",
+         [](Options &o, const std::string &v, std::string &err) {
+             double d = 0;
+             if (!value(v, d, err, "--seed", 0, 4294967295.0)) {
+                 return false;
+             }
+             o.env.seed = uint64_t(d);
+             return true;
+         }},
+        {"--ctd", "TYPE", "CTD on the CTD port: sbe37, aand5860 or none",
+         [](Options &o, const std::string &v, std::string &err) {
+             return choice(v, o.env.ctd, err, "--ctd", {"none", "sbe37", "aand5860"});
+         }},
+        {"--inst", "TYPE", "instrument on the optode port: optode, ocr, nanofet, picoph or none",
+         [](Options &o, const std::string &v, std::string &err) {
+             return choice(v, o.env.inst, err, "--inst",
+                           {"none", "optode", "ocr", "nanofet", "picoph"});
+         }},
+        {"--ctd-fault", "KIND", "CTD misbehaves: silent, late, garbage or long",
+         [](Options &o, const std::string &v, std::string &err) {
+             return choice(v, o.env.ctd_fault, err, "--ctd-fault",
+                           {"silent", "late", "garbage", "long"});
+         }},
+        {"--inst-fault", "KIND", "instrument misbehaves: silent, late, garbage or long",
+         [](Options &o, const std::string &v, std::string &err) {
+             return choice(v, o.env.inst_fault, err, "--inst-fault",
+                           {"silent", "late", "garbage", "long"});
+         }},
+        {"--adc-fault", "KIND", "ADC misbehaves: nodrdy (never signals a conversion)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return choice(v, o.env.adc_fault, err, "--adc-fault", {"nodrdy"});
          }},
         {"--card-absent", nullptr, "no card in the slot",
          [](Options &o, const std::string &, std::string &) {
@@ -208,6 +276,37 @@ std::vector<std::string> to_args(const Options &o) {
     }
     if (o.rtc >= 0) {
         a.insert(a.end(), {"--rtc", std::to_string(o.rtc)});
+    }
+    {
+        const Environment d;
+        auto num = [&a](const char *flag, double v) {
+            char b[64];
+            std::snprintf(b, sizeof b, "%.17g", v);
+            a.insert(a.end(), {flag, b});
+        };
+        if (o.env.ph != d.ph) {
+            num("--ph", o.env.ph);
+        }
+        if (o.env.temp_c != d.temp_c) {
+            num("--temp", o.env.temp_c);
+        }
+        if (o.env.salinity != d.salinity) {
+            num("--sal", o.env.salinity);
+        }
+        if (o.env.seed != d.seed) {
+            a.insert(a.end(), {"--seed", std::to_string(o.env.seed)});
+        }
+        const std::pair<const char *, const std::string *> words[] = {
+            {"--ctd", &o.env.ctd},
+            {"--inst", &o.env.inst},
+            {"--ctd-fault", &o.env.ctd_fault},
+            {"--inst-fault", &o.env.inst_fault},
+            {"--adc-fault", &o.env.adc_fault}};
+        for (const auto &w : words) {
+            if (!w.second->empty() && *w.second != "none") {
+                a.insert(a.end(), {w.first, *w.second});
+            }
+        }
     }
     if (o.card_absent) {
         a.push_back("--card-absent");

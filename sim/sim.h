@@ -75,8 +75,25 @@ struct BoardState {
 };
 
 // ---- whole runs -------------------------------------------------------------
+// The water and the instruments around the simulated board. Device models read
+// it through sim::environment(); the supervisor sets it before each power cycle.
+struct Environment {
+    double ph = 8.0;           // pH (total scale) of the water at the sensor
+    double temp_c = 15.0;      // water temperature, degrees Celsius
+    double salinity = 35.0;    // practical salinity
+    uint64_t seed = 1;         // noise generators
+    std::string ctd = "none";  // CTD on UART4: none, sbe37, aand5860
+    std::string inst = "none"; // instrument on UART3: none, optode, ocr, nanofet, picoph
+    std::string ctd_fault;     // "", silent, late, garbage, long
+    std::string inst_fault;    // "", silent, late, garbage, long
+    std::string adc_fault;     // "", nodrdy
+};
+const Environment &environment();
+void set_environment(const Environment &e);
+
 struct Options {
     std::string state_dir = "./fenwa-state";
+    Environment env;
     std::string script;      // script text ("SECONDS TEXT" lines)
     std::string script_path; // or a script file ("-" = standard input)
     bool has_script = false; // feed the console from script / script_path

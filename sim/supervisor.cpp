@@ -828,6 +828,7 @@ RunResult run_here(const Options &o, int out_fd) {
     b.uarts[0].dev = b.console;
     b.i2c.devices.clear();
     b.i2c.logging = false;
+    set_environment(o.env);
     install_board_devices(b);
     b.input_fd = con.in_fd;
     b.quit_key = con.quit_key;

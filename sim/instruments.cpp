@@ -1,0 +1,7 @@
+#include "board.h"
+
+namespace sim {
+
+void install_serial_instruments(Board &) {}
+
+} // namespace sim
