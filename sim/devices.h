@@ -52,6 +52,11 @@ void attach_spi(uint32_t ssi_base, std::shared_ptr<SpiDevice> dev);
 void set_gpio_input(uint32_t port_base, uint8_t pins, bool high);
 using GpioWatcher = std::function<void(uint32_t port_base, uint8_t pins, uint8_t levels)>;
 void watch_gpio(GpioWatcher w);
+// An input line that a device drives with a level that changes with time (the
+// ADC's DRDY): the board asks `level(now)` whenever it reads that pin as an
+// input. One source per pin; a new one replaces it, nullptr removes it.
+using GpioInputSource = std::function<bool(uint64_t now)>;
+void set_gpio_input_source(uint32_t port_base, uint8_t pin, GpioInputSource level);
 
 uint64_t now_cycles();
 // A device's next_byte_at() moved earlier on its own (not in answer to a byte

@@ -29,6 +29,16 @@ int port_index(uint32_t base) {
     }
 }
 constexpr int kPortA = 0, kPortF = 5;
+
+// Time-varying input lines driven by device models (set_gpio_input_source).
+struct InputSources {
+    uint8_t mask[6] = {};
+    GpioInputSource level[6][8];
+};
+InputSources &input_sources() {
+    static InputSources s;
+    return s;
+}
 } // namespace
 
 void Gpio::power_on() {
@@ -54,6 +64,21 @@ void watch_gpio(GpioWatcher w) {
     board().gpio.watchers.push_back(std::move(w));
 }
 
+void set_gpio_input_source(uint32_t port_base, uint8_t pin, GpioInputSource level) {
+    int p = port_index(port_base);
+    if (p < 0) {
+        return;
+    }
+    InputSources &src = input_sources();
+    for (int bit = 0; bit < 8; ++bit) {
+        if ((pin & (1u << bit)) != 0) {
+            src.level[p][bit] = level;
+            src.mask[p] =
+                level ? uint8_t(src.mask[p] | (1u << bit)) : uint8_t(src.mask[p] & ~(1u << bit));
+        }
+    }
+}
+
 void attach_spi(uint32_t ssi_base, std::shared_ptr<SpiDevice> dev) {
     if (SsiPort *s = board().ssi_port(ssi_base)) {
         s->dev = std::move(dev);
@@ -70,6 +95,14 @@ uint8_t gpio_levels(uint32_t port_base) {
     if (p == kPortA) {
         // card detect: pulled high, the card's switch pulls it low
         in = b.st->card_absent ? uint8_t(in | GPIO_PIN_6) : uint8_t(in & ~GPIO_PIN_6);
+    }
+    if (uint8_t driven = uint8_t(input_sources().mask[p] & ~b.gpio.dir[p])) {
+        for (int bit = 0; bit < 8; ++bit) {
+            if ((driven & (1u << bit)) != 0) {
+                bool high = input_sources().level[p][bit](b.now());
+                in = high ? uint8_t(in | (1u << bit)) : uint8_t(in & ~(1u << bit));
+            }
+        }
     }
     return uint8_t((b.gpio.data[p] & b.gpio.dir[p]) | (in & ~b.gpio.dir[p]));
 }
@@ -150,6 +183,11 @@ void GPIOPinWrite(uint32_t port, uint8_t pins, uint8_t val) {
 }
 
 // ---- SSI ------------------------------------------------------------------------
+
+// The clock gate of a peripheral: nothing to model beyond the call itself.
+void SysCtlPeripheralDisable(uint32_t) {
+    board().call();
+}
 
 namespace {
 constexpr size_t kSsiFifo = 8;

@@ -299,27 +299,6 @@ TEST_F(BoardTest, PortDispatchersWithoutInstrumentAreDone) {
     EXPECT_EQ(sim::console_take(), "");
 }
 
-// Placeholders until the instrument drivers are written: each names itself.
-TEST_F(BoardTest, PortDispatchersReachEachDriver) {
-    struct {
-        int port;
-        uint8_t inst;
-        const char *name;
-    } cases[] = {
-        {3, 1, "optode_stateMachine"},    {3, 2, "ocr_stateMachine"},
-        {3, 3, "nanofet_stateMachine"},   {3, 4, "picoph_stateMachine"},
-        {4, 6, "ctd_sbe37_stateMachine"}, {4, 7, "ctd_aand5860_stateMachine"},
-    };
-    for (const auto &c : cases) {
-        sys_data.data_cfg[CFG_UART3_INST] = c.port == 3 ? c.inst : 0;
-        sys_data.data_cfg[CFG_UART4_INST] = c.port == 4 ? c.inst : 0;
-        int r = c.port == 3 ? uart3_stateMachine(1) : uart4_stateMachine(1);
-        EXPECT_EQ(r, 0);
-        wait_consoleTx();
-        EXPECT_EQ(sim::console_take(), std::string("not built yet: ") + c.name + "\r\n");
-    }
-}
-
 TEST_F(BoardTest, ConsoleWriteConvertsLineFeeds) {
     struct {
         const char *text;

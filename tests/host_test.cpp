@@ -140,74 +140,81 @@ struct Row {
 };
 
 const Row kRows[] = {
-    {"bake,10", 100, "apf_bake_uv_lamp", true},
+    {"bake,10", 100,
+     "ACK,BAKE,CMD,10\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X to "
+     "terminate BAKE\r\n",
+     false},
     {"biasneg", 28, "test_bias_bat", true},
     {"biasneg set 1", 28, "test_bias_bat", true}, // kept: runs the test
     {"biasneg get", 28, "test_bias_bat", true},
     {"biaspos set 1", 30, "", false},
     {"biaspos get", 31, "test_bias_bat", true}, // get is looked for at 5
     {"biaspos", 31, "test_bias_bat", true},
-    {"c", 101, "apf_get_cfg", true},
-    {"c1", 103, "print_isus_header", true},
-    {"c2", 102, "print_dura_header", true},
-    {"cal", 104, "apf_get_cal", true},
+    {"c", 101, "NAK,C,InvalidModeValue: 0\r\n", false},
+    {"c1", 103, nullptr, false}, // header block: apf_test
+    {"c2", 102, nullptr, false},
+    {"cal", 104, "Imp es Nada apf_get_cal\r\n", false},
     {"config", 81, "print_config", true},
     {"config help", 77, "not available\r\n", false},
     {"config glider", 82, "config_data_fields_glider", true},
-    {"ctd,?", 106, "apf_get_ctd", true},
-    {"ctd,1727464446,20.0000,35.0000,-5.00", 105, "apf_set_ctd", true},
-    {"dev", 148, "apf_print_devStatus", true},
-    {"dbg", 151, "apf_dbg", true},
-    {"e", 107, "apf_get_err", true},
+    {"ctd,?", 106, "ACK,CTD?,0,0.0000,0.0000,0.00\r\n", false},
+    {"ctd,1727464446,20.0000,35.0000,-5.00", 105, "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\n",
+     false}, // no "ACK" comes: 3 s, then logged
+    {"dev", 148, nullptr, false},
+    {"dbg", 151, "mmsDbgFlg=1, mms dbg printfs are on\r\n", false},
+    {"e", 107, "NAK,E,InvalidModeValue: 0\r\n", false},
     {"ec", 7, "export_pH_sensor_cal_coeff", true},
     {"filename", 18, "noname.txt", false},
     {"filesystem", 18, "noname.txt", false}, // "file" comes first
     {"getfilename", 19, "", false},          // 11 characters: the set form
-    {"fit,?", 109, "apf_get_fit", true},
-    {"fit", 108, "apf_set_fit", true},
+    {"fit,?", 109, "Imp es Nada apf_get_fit\r\n", false},
+    {"fit", 108, "Imp es Nada apf_set_fit\r\n", false},
     {"gc", 6, "get_pH_sensor_cal_coeff", true},
     {"getperiod", 14, "10", false},
-    {"gh1", 154, "apf_print_isus_header", true},
-    {"gh2", 155, "apf_print_dura_header", true},
+    {"gh1", 154, nullptr, false},
+    {"gh2", 155, nullptr, false},
     {"gh", 8, "get_header", true},
     {"gm", 9, "print_metadata_header", true},
     {"help", 13, nullptr, false},
     {"hh", 149, nullptr, false},
     {"h2m", 132, "was term time = 250 msec\r\nnow term time = 1000 msec\r\n", false},
-    {"h", 132, "apf_print_help", true},
+    {"h", 132,
+     "\r\nCommands: W,M,E,P,S,T,C,Q,INIT,TINT,MODE,SS,S1,S2,SL,TS,T1,T2,SE,SLP,OFF,RTC,FIT,CTD,"
+     "BAKE,SPECTRA,VER\r\nterm time = 1000 msec\r\n",
+     false},
     {"ik", 37, "test_ik", true},
     {"ik set 1", 36, "", false},
     {"ik get", 35, "0", false},
     {"ib", 34, "test_ib", true},
     {"ib set 1", 33, "", false},
     {"ib get", 32, "0", false},
-    {"init", 110, "apf_init_persistent_vars", true},
+    {"init", 110, "ACK,INIT\r\n", false},
     {"ls", 136, "Cmd_ls", true},
     {"microsd", 84, "0", false},
     {"microsd 1", 85, "", false},
-    {"mode,?", 112, "apf_get_mode", true},
-    {"mode,1", 111, "apf_set_mode", true},
+    {"mode,?", 112, "ACK,MODE?,0\r\n", false},
+    {"mode,1", 111, "ACK,MODE,1\r\n", false},
     {"m2m", 133, "term time = 250 msec", false},
-    {"off", 113, "apf_off", true},
-    {"p", 114, "apf_get_pc", true},
+    {"off", 113, "ACK,OFF\r\n", false},
+    {"p", 114, "ACK,P,0,0,0\r\n", false},
     {"period", 14, "10", false},
     {"period 20", 15, "", false},
     {"per 20", 15, "", false},
     {"per 5", 14, "10", false},
-    {"q", 115, "apf_get_sensor_type", true},
-    {"rtc,?", 117, "apf_get_rtc", true},
-    {"rtc,1727464426", 116, "apf_set_rtc", true},
+    {"q", 115, "ACK,Q,0\r\n", false},
+    {"rtc,?", 117, "ACK,RTC?,1735689599\r\n", false},
+    {"rtc,1727464426", 116, "ACK,1727464426,1727464426\r\n", false},
     {"sample 3", 93, "", false},
     {"sampnum", 90, "#0000000\r\n", false},
     {"sampnum 7", 90, "#0000000\r\n", false},
     {"sampnum set 1", 23, "", false},
     {"sampnum get", 22, "0", false},
-    {"s", 118, "apf_get_sc", true},
+    {"s", 118, "NAK,S,InvalidModeValue: 0\r\n", false},
     {"setfilename log.dat", 19, "", false},
     {"setperiod 30", 15, "", false},
     {"settime 12/31/24 23:59:59", 12, "", false},
-    {"se,?", 120, "apf_get_se", true},
-    {"se", 119, "apf_xfer_se", true},
+    {"se,?", 120, "ACK,SE?,0\r\n", false},
+    {"se", 119, "Imp es Nada apf_xfer_se, send error records\r\n", false},
     {"sex", 0, "", false},
     {"sleep", 10, "", false},
     {"nap", 10, "", false},
@@ -218,16 +225,16 @@ const Row kRows[] = {
     {"exit", 10, "", false},
     {"slp", 10, "", false},
     {"sl", 5, "send_last_sample", true},
-    {"spectra,?", 123, "apf_get_spectra", true},
-    {"spectra,210,221", 122, "apf_set_spectra", true},
-    {"stat", 148, "apf_print_devStatus", true},
+    {"spectra,?", 123, "ACK,SPECTRA?,0.0,0.0\r\n", false},
+    {"spectra,210,221", 122, "NAK,SPECTRA,ZCoef File Error = 0\r\n", false},
+    {"stat", 148, nullptr, false},
     {"ss", 4, "get_sample", true},
-    {"s1", 152, "apf_take_sample_nitrate", true},
-    {"s2", 153, "apf_take_sample_pH", true},
+    {"s1", 152, "ACK,S1,CMD\r\nNAK,S1,CMD\r\n", false},
+    {"s2", 153, "get_sample", true}, // the pH record: apf_test
     {"store", 84, "0", false},
     {"store 1", 85, "", false},
-    {"sys", 134, "DisplaySystemInfo", true},
-    {"t", 124, "apf_get_acq_time", true},
+    {"sys", 134, nullptr, false},
+    {"t", 124, "NAK,T,-1.0\r\n", false},
     {"tempc", 52, "test_tempc", true},
     {"tempc set 1", 51, "", false},
     {"tempc get", 50, "0", false},
@@ -236,13 +243,13 @@ const Row kRows[] = {
     {"timestamp get", 24, "0", false},
     {"time", 11, "12/31/24 23:59:59", false},
     {"gettime", 12, nullptr, false}, // 7 characters: the set form
-    {"tint,?", 126, "apf_get_int_time", true},
-    {"tint,400", 125, "apf_set_int_time", true},
+    {"tint,?", 126, "TINT,?,0\r\n", false},
+    {"tint,400", 125, "ACK,TINT,400\r\n", false},
     {"ts", 3, "get_sample", true},
-    {"type,3", 150, "apf_set_sensor_type", true},
+    {"type,3", 150, "ACK,Q,3\r\n", false},
     {"t0", 145, "get_sample", true},
-    {"t1", 128, "apf_take_sample_nitrate", true},
-    {"t2", 129, "apf_take_sample_pH", true},
+    {"t1", 128, "ACK,T1,CMD\r\nNAK,T1,CMD\r\n", false},
+    {"t2", 129, "get_sample", true},
     {"vbat", 71, "display_battery_boardSensors", true},
     {"vbat set 1", 70, "", false},
     {"vbat get", 69, "0", false},
@@ -272,8 +279,8 @@ const Row kRows[] = {
     {"vtherm", 47, "test_vtherm", true},
     {"vtherm set 1", 46, "", false},
     {"vtherm get", 45, "0", false},
-    {"w", 127, "apf_print_ping_response", true},
-    {"wdog", 146, "apf_wdog_status", true},
+    {"w", 127, "ACK\r\n", false},
+    {"wdog", 146, nullptr, false},
     {"ys", 143, nullptr, false},
     {"yr", 144, "ymodem_receive", true},
     {"xyz", 0, "", false},
@@ -285,6 +292,9 @@ TEST_F(Host, EveryKeywordRowDispatchesToItsHandler) {
     for (const Row &row : kRows) {
         fresh();
         databarFlg = 1;
+        if (std::string(row.line) == "yr") {
+            sim::console_feed("\x03"); // the receiver waits for a sender until a byte comes
+        }
         uint32_t code = dispatch(row.line);
         std::string out = take();
         EXPECT_EQ(code, row.code) << "line \"" << row.line << "\"";
@@ -327,16 +337,17 @@ TEST_F(Host, SamplingEntriesFollowTheSensorMode) {
     };
     const Case cases[] = {
         {"ts", 0, "", "get_sample"},
-        {"ts", 1, "", "apf_take_sample_nitrate"},
-        {"ts", 2, "", "apf_take_sample_pH"},
+        {"ts", 1, "ACK,TS,CMD\r\nNAK,TS,CMD\r\n", nullptr}, // no spectrometer
+        {"ts", 2, "", "get_sample"},                        // the pH record
         {"ts", 5, "NAK,MODE=5\r\n", nullptr},
         {"ss", 0, "", "get_sample"},
-        {"ss", 1, "", "apf_take_sample_nitrate"},
-        {"ss", 2, "", "apf_take_sample_pH"},
+        {"ss", 1, "", nullptr}, // "ss" announces nothing
+        {"ss", 2, "", "get_sample"},
         {"ss", 7, "NAK,MODE=7\r\n", nullptr},
         {"sl", 0, "serial sl apf_send_last_sample\r\n", "send_last_sample"},
-        {"sl", 1, "", "apf_send_last_nitrate"},
-        {"sl", 2, "serial sl apf_send_last_ph\r\n", "apf_send_last_pH"},
+        {"sl", 1, "apf_send_last_nitrate, byteCnt is 0\r\nNAK,SL\r\n", nullptr},
+        {"sl", 2, "serial sl apf_send_last_ph\r\nDBG: apf_send_last_pH, byteCnt is 0\r\nNAK,SL\r\n",
+         nullptr},
         {"sl", 3, "", nullptr},
     };
     for (const Case &c : cases) {
@@ -663,8 +674,10 @@ TEST_F(Host, FileTransferCommands) {
     std::string out = take();
     EXPECT_EQ(out.substr(0, 54), "ymodem send not parsing filename yet, serial_cmd_fxn\r\n");
     calFileFlg = 1;
+    // The receiver asks for a sender until a byte comes: Ctrl-C ends it.
+    sim::console_feed("\x03");
     dispatch("yr");
-    take();
+    EXPECT_NE(take().find("Ymodem aborted: Packet timeout error"), std::string::npos);
     EXPECT_EQ(calFileFlg, 0);
 }
 

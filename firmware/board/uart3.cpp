@@ -9,7 +9,7 @@
 #include "instruments/optode.h"
 #include "instruments/picoph.h"
 
-unsigned char uart3_prn_buf[UART3_BUF_SIZE];
+unsigned char uart3_prn_buf[UART3_PRN_BUF_ROOM];
 
 static UartPort<UART3_BUF_SIZE, UART3_BASE, INT_UART3> g_port;
 

@@ -6,7 +6,12 @@
 
 #define UART3_BUF_SIZE 64u
 
-extern unsigned char uart3_prn_buf[64]; // scratch line for formatted output to the port
+// The instrument line: a reply may use UART3_PRN_BUF_SIZE characters; the
+// room behind them takes the drivers' longer error texts, which the
+// instrument column prints.
+#define UART3_PRN_BUF_SIZE 64u
+#define UART3_PRN_BUF_ROOM 96u
+extern unsigned char uart3_prn_buf[UART3_PRN_BUF_ROOM];
 
 void uart3_init(void);
 void uart3_setup(uint32_t ui32Baud, uint32_t ui32SrcClock);

@@ -7,7 +7,7 @@
 #include "instruments/ctd_aand5860.h"
 #include "instruments/ctd_sbe37.h"
 
-unsigned char uart4_prn_buf[UART4_BUF_SIZE];
+unsigned char uart4_prn_buf[UART4_PRN_BUF_ROOM];
 
 static UartPort<UART4_BUF_SIZE, UART4_BASE, INT_UART4> g_port;
 

@@ -6,7 +6,11 @@
 
 #define UART4_BUF_SIZE 16u
 
-extern unsigned char uart4_prn_buf[16]; // scratch line for formatted output to the port
+// The CTD line: a reply may use UART4_PRN_BUF_SIZE characters; the room
+// behind them takes the drivers' error texts, which the CTD column prints.
+#define UART4_PRN_BUF_SIZE 16u
+#define UART4_PRN_BUF_ROOM 96u
+extern unsigned char uart4_prn_buf[UART4_PRN_BUF_ROOM];
 
 void uart4_init(void);
 void uart4_setup(uint32_t ui32Baud, uint32_t ui32SrcClock);

@@ -11,7 +11,9 @@
 
 #include "board/board_util.h"
 #include "board/i2c0.h"
+#include "board/i2c_bme280.h"
 #include "board/i2c_fram.h"
+#include "board/i2c_pcal64xx.h"
 #include "board/uartstdio.h"
 #include "console/cal_coeff.h"
 #include "console/menus.h"
@@ -80,6 +82,8 @@ void init(void) {
 
     i2c0_init();
     fram_init();
+    bme280_init();
+    pcal6416_init();
 
     retrieveSysDataVariables();
     verifySysDataVariables();

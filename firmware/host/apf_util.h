@@ -1,9 +1,13 @@
-// Float-controller record (kept in FRAM), its defaults and reset values, and
-// the float controller's error log. The spectrometer operations a board
-// without a spectrometer answers honestly.
+// Float-controller record (kept in FRAM), its defaults and reset values, the
+// float controller's error log, its data files and record transfer, the
+// header block whose lines begin "H, ", and the few link primitives of the
+// float-controller exchange (waiting for the host's "ACK", reading its reply).
 #pragma once
 #include <stddef.h>
 #include <stdint.h>
+
+#include "ff.h"
+#include "host/spectrometer.h"
 
 typedef struct {
     int32_t errNum;
@@ -134,9 +138,13 @@ typedef struct {
 
 extern apfGlobals apf;
 extern apfRtcTime rtc;
-extern int32_t Zcoefs;
-extern int32_t Ecoefs;
-extern int mmsDbgFlg;
+
+// Error numbers of the float controller's log: -1xx system, -2xx nitrate,
+// -3xx pH.
+#define APF_ERR_ACK_FAILURE -110
+#define APF_ERR_FILE_OPEN -112
+#define APF_ERR_CARD_FULL -113
+#define APF_ERR_DEFAULTS_LOADED -116
 
 void init_zep(void);
 void init_apf_global_vars(void);
@@ -145,11 +153,35 @@ void SetDefaultsIntoNVRAM(void);
 void SetSysDefaultsIntoNVRAM(void);
 void SetIsusDefaultsIntoNVRAM(void);
 void SetDuraDefaultsIntoNVRAM(void);
+
+// Appends "E, <time>, <ecode>, <emsg>" to "ERROR.LOG" and counts the error in
+// its group; outp 1 also shows it on the console. 0, or -1 when the log
+// cannot be opened.
 int LogErrorMsg(const char *emsg, int ecode, int outp);
 
-// Spectrometer and lamp: none is fitted on this board.
-void mms_specPwrOff(void);
-void mms_lampPwrOff(void);
-void IOPwrUp(void);
-int32_t LoadIsusZCoefs(double *coefs);
-extern double ZeissCoefs[5];
+// The header block: printFlg 1 sends it to the console, a non-null file gets
+// it written; smode 1 nitrate, 2 pH. The second argument is not read.
+void print_write_isusdura_header(int printFlg, int unused, int smode, FIL *file);
+
+// The float controller's data file for select 1 (nitrate) or 2 (pH),
+// "PROFnnnn.log" opened for appending; nullptr when the card is full or the
+// file cannot be opened (both logged). The caller closes it.
+FIL *OpenApfLogFile(int select);
+
+// Lines waiting in "C:\OFFLOAD.DAT" (select 0) or "C:\ERROR.LOG" (select 1);
+// 0 when the file is missing, -1 for a bad select.
+int32_t CalcRecsPending(int select);
+// Sends the next line of "OFFLOAD.DAT" (0) or "ERROR.LOG" (1) from *fpos and
+// saves the new position there; at the end the file is deleted and "EOF"
+// shown. 1 finished, 0 more to come, -1 bad select or file.
+int32_t SendRecords(int select, uint32_t *fpos);
+
+// 6 for a reply that is exactly "ACK", 21 for "NAK", -1 otherwise (the text is
+// cut at its first CR and first LF).
+int MatchACK(char *text);
+// Reads one line of the host's reply, at most timeout_ms between bytes.
+// Returns the bytes taken with the line end, or -1 when a byte did not come.
+int UART_GetStr_timeout(char *buffer, uint32_t size, uint32_t timeout_ms);
+// Waits for the host's "ACK": 1 got it, 0 something else came, -1 nothing
+// came within timeout_ms of the last letter.
+int waitACK(uint32_t timeout_ms);

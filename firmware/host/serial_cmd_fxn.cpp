@@ -1,8 +1,9 @@
 // Handlers of the host commands: output-column switches (set/get/quick
 // test), sampling period, clock, file name, card use, output presets, sample
-// counter, continuous sampling, help texts, version and file transfer; the
-// line term time of the receiver; and the float-controller commands. Replies
-// are short and mostly without a line end: the receiver prints the prompt.
+// counter, continuous sampling, help texts, version and file transfer; and
+// the line term time of the receiver. The float-controller commands declared
+// with them live in host/apf_cmd. Replies are short and mostly without a line
+// end: the receiver prints the prompt.
 // The measurements, presets, headers and transfers themselves belong to the
 // modules named in each call.
 #include "host/serial_cmd_fxn.h"
@@ -21,9 +22,6 @@
 #include "host/apf_util.h"
 #include "host/serial.h"
 #include "measure/sample.h"
-
-// Calibration-receive switch of the file transfer (see files/ymodem.h).
-int calFileFlg = 0;
 
 namespace {
 
@@ -494,58 +492,4 @@ uint32_t apf_get_h2m_timeout(void) {
     return rx0.tick_ms_delim;
 }
 
-// ---- float-controller dialect ------------------------------------------------
-
-// The float controller's end-of-session sleep: the receiver ends the awake
-// period, nothing else is to be done here.
-void apf_slp_sleep(void) {}
-
-#define NOT_BUILT_YET(name)                                                                        \
-    void name(void) {                                                                              \
-        not_built_yet(#name);                                                                      \
-    }
-
-NOT_BUILT_YET(apf_bake_uv_lamp)
-NOT_BUILT_YET(apf_get_cfg)
-NOT_BUILT_YET(print_isus_header)
-NOT_BUILT_YET(print_dura_header)
-NOT_BUILT_YET(apf_get_cal)
-NOT_BUILT_YET(apf_get_ctd)
-NOT_BUILT_YET(apf_set_ctd)
-NOT_BUILT_YET(apf_print_devStatus)
-NOT_BUILT_YET(apf_dbg)
-NOT_BUILT_YET(apf_get_err)
-NOT_BUILT_YET(apf_get_fit)
-NOT_BUILT_YET(apf_set_fit)
-NOT_BUILT_YET(apf_print_isus_header)
-NOT_BUILT_YET(apf_print_dura_header)
-NOT_BUILT_YET(apf_print_help)
-NOT_BUILT_YET(apf_init_persistent_vars)
-NOT_BUILT_YET(apf_get_mode)
-NOT_BUILT_YET(apf_set_mode)
-NOT_BUILT_YET(apf_off)
-NOT_BUILT_YET(apf_get_pc)
-NOT_BUILT_YET(apf_get_sensor_type)
-NOT_BUILT_YET(apf_get_rtc)
-NOT_BUILT_YET(apf_set_rtc)
-NOT_BUILT_YET(apf_get_sc)
-NOT_BUILT_YET(apf_get_se)
-NOT_BUILT_YET(apf_xfer_se)
-NOT_BUILT_YET(apf_get_spectra)
-NOT_BUILT_YET(apf_set_spectra)
-NOT_BUILT_YET(DisplaySystemInfo)
-NOT_BUILT_YET(apf_get_acq_time)
-NOT_BUILT_YET(apf_get_int_time)
-NOT_BUILT_YET(apf_set_int_time)
-NOT_BUILT_YET(apf_set_sensor_type)
-NOT_BUILT_YET(apf_send_last_nitrate)
-NOT_BUILT_YET(apf_send_last_pH)
-NOT_BUILT_YET(apf_print_ping_response)
-NOT_BUILT_YET(apf_wdog_status)
-
-void apf_take_sample_nitrate(uint32_t txFlg) {
-    not_built_yet("apf_take_sample_nitrate");
-}
-void apf_take_sample_pH(uint32_t txFlg) {
-    not_built_yet("apf_take_sample_pH");
-}
+// The float-controller commands (apf_*) are in host/apf_cmd.

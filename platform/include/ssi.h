@@ -2,6 +2,7 @@
 #pragma once
 #include "hw_types.h"
 
+#define SSI_FRF_MOTO_MODE_0 0x00000000u
 #define SSI_FRF_MOTO_MODE_1 0x00000002u
 #define SSI_MODE_MASTER 0x00000000u
 

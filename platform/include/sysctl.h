@@ -31,6 +31,7 @@
 void SysCtlClockSet(uint32_t config);
 uint32_t SysCtlClockGet(void); // Hz
 void SysCtlPeripheralEnable(uint32_t periph);
+void SysCtlPeripheralDisable(uint32_t periph);
 bool SysCtlPeripheralPresent(uint32_t periph);
 bool SysCtlPeripheralReady(uint32_t periph);
 void SysCtlDelay(uint32_t count); // blocks 3*count cycles; interrupts still run

@@ -52,6 +52,7 @@ uint32_t SysCtlClockGet(void) {
     return SYSTEM_CLOCK_HZ;
 }
 void SysCtlPeripheralEnable(uint32_t periph) {}
+void SysCtlPeripheralDisable(uint32_t periph) {}
 bool SysCtlPeripheralPresent(uint32_t periph) {
     return true;
 }

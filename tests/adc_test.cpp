@@ -1,0 +1,501 @@
+// The isolated ADC as the board drives it: the SPI bytes the ADS1248 model
+// sees (register writes, gain and rate codes with their fall-back notices,
+// the ADG1609 mux patterns), the control lines, the burst arithmetic (trials
+// above 120, truncating means, sign extension, population spread), the DRDY
+// time-out, and the front end's water read back through the chemistry.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "adc_model.h"
+#include "analog_frontend.h"
+#include "devices.h"
+#include "scenario.h"
+#include "sim.h"
+
+#include "board/board_util.h"
+#include "board/uartstdio.h"
+#include "console/user_io.h"
+#include "core/system.h"
+#include "files/microsd.h"
+#include "gpio.h"
+#include "interrupt.h"
+#include "measure/ads1248_iso.h"
+#include "measure/ph.h"
+#include "ssi.h"
+#include "sysctl.h"
+
+namespace {
+
+constexpr float kVpc = ADS1248_VOLTS_PER_COUNT;
+
+std::string card_text(const std::string &name) {
+    std::error_code ec;
+    for (auto &e : std::filesystem::directory_iterator(sim::card_dir(), ec)) {
+        if (strcasecmp(e.path().filename().string().c_str(), name.c_str()) == 0) {
+            std::ifstream in(e.path(), std::ios::binary);
+            return std::string((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
+        }
+    }
+    return "";
+}
+
+size_t count_of(const std::string &hay, const std::string &needle) {
+    size_t n = 0;
+    for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + 1)) {
+        n++;
+    }
+    return n;
+}
+
+double ms_since(uint64_t cycles) {
+    return double(sim::now_cycles() - cycles) / double(sim::kCyclesPerMs);
+}
+
+class AdcTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        UARTFlushTx(true);
+        UARTFlushRx();
+        sim::reset_board();
+        sim::set_environment(sim::Environment());
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        init_sys_data_default();
+        sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
+        init_uSDCard();
+        out();
+    }
+    void TearDown() override { sim::set_environment(sim::Environment()); }
+    static std::string out() {
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    // Power, GPIO set-up, and a clean log.
+    static void open() {
+        openADS1248_iso();
+        ADS1248_gpio_init();
+        sim::adc_log_clear();
+        out();
+    }
+};
+
+// One reading as the sample cycle takes it, byte for byte, and the lines
+// around it.
+TEST_F(AdcTest, TransactionsOfOneReading) {
+    openADS1248_iso();
+    ADS1248_gpio_init();
+    ADS1248_gpio_ADG1609_mux(3);
+    delay_msec(10);
+    pollADS1248_iso(1, 6, 2, 1, 20);
+    closeADS1248_iso();
+    EXPECT_EQ(sim::adc_log_text(),
+              "4C 02 0F 00 00 | 4E 00 04 | 40 03 0E 00 30 02 | FF FF FF | FF FF FF");
+    int selected = 0;
+    for (const sim::AdcTransaction &t : sim::adc_log()) {
+        if (t.out.empty()) {
+            continue;
+        }
+        EXPECT_TRUE(t.selected);
+        EXPECT_TRUE(t.powered);
+        EXPECT_GT(t.end, t.begin) << "chip select rises after the bytes";
+        EXPECT_GE(t.end - t.begin, t.out.size() * 8 * 50) << "1 MHz clock";
+        selected++;
+    }
+    EXPECT_EQ(selected, 5);
+
+    // Supply, START and RESET up together; a 10 us reset pulse 2 ms later;
+    // START and RESET stay high and the supply goes at close.
+    const auto &ev = sim::adc_line_events();
+    ASSERT_EQ(ev.size(), 6u);
+    EXPECT_EQ(std::string() + ev[0].line + ev[1].line + ev[2].line, "PSR");
+    EXPECT_TRUE(ev[0].high && ev[1].high && ev[2].high);
+    EXPECT_EQ(ev[3].line, 'R');
+    EXPECT_FALSE(ev[3].high);
+    EXPECT_NEAR(double(ev[3].at - ev[2].at) / sim::kCyclesPerMs, 2.0, 0.01);
+    EXPECT_EQ(ev[4].line, 'R');
+    EXPECT_TRUE(ev[4].high);
+    EXPECT_GE(ev[4].at - ev[3].at, 500u);
+    EXPECT_LE(ev[4].at - ev[3].at, 600u);
+    EXPECT_EQ(ev[5].line, 'P');
+    EXPECT_FALSE(ev[5].high);
+    sim::AdcStatus st = sim::adc_status();
+    EXPECT_FALSE(st.powered);
+    EXPECT_EQ(sim::gpio_levels(GPIO_PORTD_BASE) & (GPIO_PIN_0 | GPIO_PIN_1 | GPIO_PIN_3), 0)
+        << "clock, chip select and data out low at close";
+}
+
+// Registers the reading leaves in the ADC, and how long a burst takes: the
+// first conversion after the register write, then one period each.
+TEST_F(AdcTest, RegistersAndBurstTiming) {
+    open();
+    ADS1248_gpio_ADG1609_mux(0);
+    uint64_t t0 = sim::now_cycles();
+    pollADS1248_iso(3, 5, 10, 8, 20);
+    double took = ms_since(t0);
+    sim::AdcStatus st = sim::adc_status();
+    EXPECT_EQ(st.regs[0], (3 << 3) | 5);
+    EXPECT_EQ(st.regs[1], 0x00);
+    EXPECT_EQ(st.regs[2], 0x30);
+    EXPECT_EQ(st.regs[3], 0x32);
+    EXPECT_EQ(st.regs[0x0C], 0x0F);
+    EXPECT_EQ(st.regs[0x0D], 0x00);
+    EXPECT_EQ(st.regs[0x0E], 0x07);
+    EXPECT_TRUE(st.rdatac);
+    double want = double(sim::ads1248_first_cycles(2, true) + 9 * sim::ads1248_period_cycles(2)) /
+                  sim::kCyclesPerMs;
+    EXPECT_NEAR(want, 50.822 + 9 * 49.812, 0.01);
+    EXPECT_GE(took, want);
+    EXPECT_LE(took, want + 1.5) << "each conversion is taken within a tick of DRDY";
+    EXPECT_EQ(sim::adc_status().conversions_read, 10u);
+    closeADS1248_iso();
+}
+
+TEST_F(AdcTest, GainAndRateCodes) {
+    const int gains[] = {1, 2, 4, 8, 16, 32, 64, 128};
+    const int rates[] = {5, 10, 20, 40, 80, 160, 320, 640, 1000, 2000};
+    for (uint32_t g = 0; g < 8; g++) {
+        for (uint32_t r = 0; r < 10; r++) {
+            EXPECT_EQ(ADS1248_gain_sps(gains[g], rates[r]), (g << 4) | r);
+        }
+    }
+    EXPECT_EQ(out(), "");
+
+    struct {
+        int gain, sps;
+        uint32_t code;
+        const char *console;
+    } fallbacks[] = {
+        {3, 7, 0x00,
+         "\r\n\r\nUnrecognized PGA gain. Setting to 1.\r\n\r\nUnrecognized data rate. Setting "
+         "to 5 sps."},
+        {0, 2000, 0x09, "\r\n\r\nUnrecognized PGA gain. Setting to 1."},
+        {256, 20, 0x02, "\r\n\r\nUnrecognized PGA gain. Setting to 1."},
+        {64, 15, 0x60, "\r\n\r\nUnrecognized data rate. Setting to 5 sps."},
+        {2, -20, 0x10, "\r\n\r\nUnrecognized data rate. Setting to 5 sps."},
+    };
+    for (auto &c : fallbacks) {
+        EXPECT_EQ(ADS1248_gain_sps(c.gain, c.sps), c.code) << c.gain << " " << c.sps;
+        EXPECT_EQ(out(), c.console);
+    }
+
+    // The SYS0 byte goes out as the fourth register of the reading's write.
+    open();
+    sim::adc_queue_codes({0});
+    pollADS1248_iso(1, 6, 1, 2, 7);
+    EXPECT_EQ(sim::adc_log_text(), "40 03 0E 00 30 10 | FF FF FF");
+    EXPECT_EQ(out(), "\r\n\r\nUnrecognized data rate. Setting to 5 sps.");
+}
+
+TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {
+    open();
+    ADS1248_gpio_ADG1609_mux(0);
+    ADS1248_gpio_ADG1609_mux(1);
+    ADS1248_gpio_ADG1609_mux(2);
+    ADS1248_gpio_ADG1609_mux(3);
+    ADS1248_gpio3(1);
+    ADS1248_gpio3(0);
+    ADS1248_gpio3(7);
+    ADS1248_gpio2(1);
+    ADS1248_gpio2(0);
+    ADS1248_gpio0();
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(sim::adc_log_text(), "4E 00 07 | 4E 00 02 | 4E 00 01 | 4E 00 04 | 4E 00 08 | "
+                                   "4E 00 00 | 4E 00 00 | 4E 00 04 | 4E 00 00");
+
+    sim::adc_log_clear();
+    ADS1248_gpio_ADG1609_mux(9);
+    EXPECT_EQ(out(), "Mux channels are 0 to 3 in ADS1248_iso.c, error in arg for "
+                     "ADS1248_gpio_ADG1609_mux\r\n");
+    EXPECT_EQ(sim::adc_log_text(), "4E 00 04");
+    EXPECT_EQ(sim::adg1609_position(sim::adc_status().regs[0x0E]), 3);
+    closeADS1248_iso();
+}
+
+// Bytes clocked while chip select is high do not reach the ADC.
+TEST_F(AdcTest, ChipSelectIsHonoured) {
+    open();
+    SSIDataPut(SSI3_BASE, 0x40);
+    SSIDataPut(SSI3_BASE, 0x00);
+    SSIDataPut(SSI3_BASE, 0x3A);
+    while (SSIBusy(SSI3_BASE)) {
+    }
+    EXPECT_EQ(sim::adc_log_text(), "(cs high) 40 00 3A");
+    EXPECT_EQ(sim::adc_status().regs[0], 0x01) << "MUX0 keeps its reset value";
+    closeADS1248_iso();
+}
+
+// START low stops the conversions; START high restarts them with the first
+// conversion's delay. Powered down, nothing converts.
+TEST_F(AdcTest, StartLineGatesConversions) {
+    auto drdy_low_within = [](uint32_t ms) {
+        for (uint32_t i = 0; i < ms; i++) {
+            if (GPIOPinRead(GPIO_PORTE_BASE, GPIO_PIN_1) == 0) {
+                return true;
+            }
+            delay_msec(1);
+        }
+        return false;
+    };
+    EXPECT_FALSE(drdy_low_within(300)) << "unpowered";
+    open();
+    EXPECT_TRUE(drdy_low_within(300)) << "converting at 5 sps after power-up";
+    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, 0);
+    pollADS1248_iso(1, 6, 0, 1, 2000); // a register write, no conversion taken
+    EXPECT_FALSE(drdy_low_within(50)) << "START low";
+    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, GPIO_PIN_2);
+    uint64_t t0 = sim::now_cycles();
+    EXPECT_TRUE(drdy_low_within(5));
+    EXPECT_NEAR(ms_since(t0), 0.514, 1.0);
+    closeADS1248_iso();
+    EXPECT_FALSE(drdy_low_within(20));
+}
+
+// The burst arithmetic with chosen raw codes: sign extension, integer means
+// truncated toward zero (and per gain step), the population spread.
+TEST_F(AdcTest, BurstArithmetic) {
+    struct {
+        std::vector<uint32_t> codes;
+        int gain;
+        int32_t meanCounts;
+    } cases[] = {
+        {{0x800000}, 1, -8388608},
+        {{0x7FFFFF}, 1, 8388607},
+        {{0xFFFFFF}, 1, -1},
+        {{3, 3}, 2, 1},                 // 3 counts over gain 2: 1 count, not 1.5
+        {{0xFFFFF9, 0xFFFFF8}, 1, -7},  // -15 / 2: toward zero
+        {{0, 4}, 1, 2},                 // spread of two points
+        {{100, 101, 102, 104}, 1, 101}, // 407 / 4
+        {{0xFFFF00, 0x000100}, 128, 0}, // mixed signs
+        {{1000, 1001, 999}, 4, 250},    // 3000 / 3 / 4
+    };
+    open();
+    for (auto &c : cases) {
+        sim::adc_queue_codes(c.codes);
+        int n = int(c.codes.size());
+        float v = pollADS1248_iso(1, 6, n, c.gain, 1000);
+        EXPECT_EQ(v, (float)c.meanCounts * kVpc) << c.meanCounts;
+
+        // the same spread, worked out here
+        float sq = 0.0f;
+        for (uint32_t raw : c.codes) {
+            int32_t k = (raw & 0x800000u) ? int32_t(raw) - 0x1000000 : int32_t(raw);
+            float vi = ((float)k / (float)c.gain) * kVpc;
+            sq += (vi - v) * (vi - v);
+        }
+        float sd = n < 2 ? 0.0f : (float)std::sqrt(sq / (float)n);
+        EXPECT_EQ(sys_samp.AD24_std, sd) << c.meanCounts;
+    }
+    EXPECT_NEAR(-8388608.0f * kVpc, -2.0480003f, 1e-7);
+    EXPECT_NEAR(8388607.0f * kVpc, 2.0480001f, 1e-7);
+    EXPECT_EQ(out(), "");
+
+    // One trial: no spread, the value truncated to whole counts per gain step.
+    sim::adc_queue_codes({7});
+    sys_samp.AD24_std = 1.0f;
+    EXPECT_EQ(pollADS1248_iso(1, 6, 1, 2, 1000), 3.0f * kVpc);
+    EXPECT_EQ(sys_samp.AD24_std, 0.0f);
+    closeADS1248_iso();
+}
+
+TEST_F(AdcTest, TrialsAbove120) {
+    open();
+    sys_samp.AD24_std = -1.0f;
+    float v = pollADS1248_iso(1, 6, 121, 1, 2000);
+    EXPECT_EQ(out(), "MAX TRIALS is 120 in ADS1248_iso.c, more trials (avg) than 120 was "
+                     "requested, edit pollADS1248_iso() and recompile\r\n");
+    EXPECT_EQ(sim::adc_status().conversions_read, 120u);
+    EXPECT_EQ(count_of(sim::adc_log_text(), "FF FF FF"), 120u);
+    EXPECT_GT(sys_samp.AD24_std, 0.0f);
+    EXPECT_NEAR(v, sim::front_end(sim::environment()).vrsi, 2e-6) << "mux left at position 3";
+    closeADS1248_iso();
+}
+
+// No DRDY: each reading gives up a few conversion periods after its burst
+// should have ended, returns the error value with no spread, and the board
+// says so once per power cycle, on the console and in the error log.
+TEST_F(AdcTest, DrdyTimeOut) {
+    EXPECT_EQ(ADS1248_drdy_timeout_ms(10, 20), 14u * 50u + 10u);
+    EXPECT_EQ(ADS1248_drdy_timeout_ms(121, 5), 124u * 200u + 10u);
+    EXPECT_EQ(ADS1248_drdy_timeout_ms(1, 2000), 5u * 1u + 10u);
+    EXPECT_EQ(ADS1248_drdy_timeout_ms(1, 7), 5u * 200u + 10u) << "the fall-back rate";
+
+    sim::Environment e;
+    e.adc_fault = "nodrdy";
+    sim::set_environment(e);
+    // A power cycle of its own: the once-only notice is per power cycle.
+    sim::CycleResult r = sim::run_cycle([] {
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        init_uSDCard();
+        openADS1248_iso();
+        ADS1248_gpio_init();
+        uint64_t t0 = sim::now_cycles();
+        sys_samp.AD24_std = 5.0f;
+        float a = pollADS1248_iso(1, 6, 10, 1, 20);
+        float sa = sys_samp.AD24_std;
+        double ta = ms_since(t0);
+        t0 = sim::now_cycles();
+        float b = pollADS1248_iso(0, 6, 5, 1, 2000);
+        double tb = ms_since(t0);
+        closeADS1248_iso();
+        uprintf("RESULT %.1f %.1f %.1f %.0f %.0f\r\n", (double)a, (double)sa, (double)b, ta, tb);
+        wait_consoleTx();
+    });
+    EXPECT_EQ(r.reason, sim::EndReason::Returned);
+    EXPECT_EQ(count_of(r.output, "ADS1248 no DRDY"), 1u) << r.output;
+    EXPECT_NE(r.output.find("\r\nADS1248 no DRDY: AIN1/AIN6 gave no conversion in 710 ms, "
+                            "reading set to -999.0\r\n"),
+              std::string::npos)
+        << r.output;
+    size_t at = r.output.find("RESULT ");
+    ASSERT_NE(at, std::string::npos) << r.output;
+    float a = 0, sa = 1, b = 0, ta = 0, tb = 0;
+    ASSERT_EQ(sscanf(r.output.c_str() + at, "RESULT %f %f %f %f %f", &a, &sa, &b, &ta, &tb), 5);
+    EXPECT_EQ(a, ADS1248_NO_DRDY_VOLTS);
+    EXPECT_EQ(sa, 0.0f);
+    EXPECT_EQ(b, ADS1248_NO_DRDY_VOLTS);
+    EXPECT_GE(ta, 710.0f);
+    EXPECT_LE(ta, 730.0f) << "710 ms, then the notice";
+    EXPECT_GE(tb, 19.0f);
+    EXPECT_LE(tb, 21.0f) << "19 ms at 2000 sps, no second notice";
+    // Without SysTick the RTC still bounds the wait (two seconds of slack).
+    r = sim::run_cycle([] {
+        IntMasterEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        openADS1248_iso();
+        uint64_t t0 = sim::now_cycles();
+        float v = pollADS1248_iso(1, 6, 1, 1, 2000);
+        uprintf("NOTICK %.1f %.0f\r\n", (double)v, ms_since(t0));
+        wait_consoleTx();
+    });
+    at = r.output.find("NOTICK ");
+    ASSERT_NE(at, std::string::npos) << r.output;
+    ASSERT_EQ(sscanf(r.output.c_str() + at, "NOTICK %f %f", &a, &ta), 2);
+    EXPECT_EQ(a, ADS1248_NO_DRDY_VOLTS);
+    EXPECT_GE(ta, 2000.0f);
+    EXPECT_LE(ta, 3100.0f);
+
+    std::string log = card_text("Error.txt");
+    EXPECT_EQ(count_of(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
+}
+
+// The water of the model read back through the instrument's own chemistry:
+// thermistor to temperature, internal and external reference to pH, and the
+// other channels at their fixed values.
+TEST_F(AdcTest, FrontEndRoundTrip) {
+    for (double t : {-2.0, 7.0, 12.0, 25.0, 35.0}) {
+        EXPECT_NEAR(sim::thermistor_temp(sim::thermistor_volts(t)), t, 1e-9);
+    }
+    struct Water {
+        double ph, temp, sal;
+    } waters[] = {{7.9, 12.0, 34.0}, {8.1, 2.0, 35.0}, {7.6, 28.0, 36.5}};
+    for (const Water &w : waters) {
+        sim::Environment e;
+        e.ph = w.ph;
+        e.temp_c = w.temp;
+        e.salinity = w.sal;
+        e.seed = 7;
+        sim::set_environment(e);
+        open();
+        float vtherm = pollADS1248_iso(0, 6, 5, 1, 20);
+        ADS1248_gpio_ADG1609_mux(3);
+        delay_msec(10);
+        float vrsi = pollADS1248_iso(1, 6, 10, 1, 20);
+        float vrsiStd = sys_samp.AD24_std;
+        ADS1248_gpio_ADG1609_mux(0);
+        delay_msec(10);
+        float vrse = pollADS1248_iso(1, 6, 10, 1, 20);
+        float tc = DuraFET_temp(vtherm, sys_data.TCOffset);
+        EXPECT_NEAR(tc, w.temp, 0.002);
+        EXPECT_NEAR(calc_pHint(vrsi, tc), w.ph, 0.001);
+        EXPECT_NEAR(calc_pHext(vrse, tc, (float)w.sal), w.ph, 0.001);
+        EXPECT_GT(vrsiStd, 0.5e-6f) << "a few microvolts of noise";
+        EXPECT_LT(vrsiStd, 6e-6f);
+        closeADS1248_iso();
+    }
+
+    open();
+    ADS1248_gpio3(0);
+    delay_msec(10);
+    EXPECT_NEAR(2.0f * pollADS1248_iso(7, 6, 1, 1, 40), -3.03, 0.0001);
+    ADS1248_gpio3(1);
+    delay_msec(10);
+    EXPECT_NEAR(2.0f * pollADS1248_iso(7, 6, 1, 1, 40), 3.04, 0.0001);
+    ADS1248_gpio_ADG1609_mux(2);
+    delay_msec(10);
+    EXPECT_NEAR(pollADS1248_iso(1, 6, 1, 1, 20) * 1000.0f, 0.012, 0.01);
+    ADS1248_gpio_ADG1609_mux(1);
+    delay_msec(10);
+    EXPECT_NEAR(pollADS1248_iso(1, 5, 5, 1, 20) * 66666.667f, 2.5, 0.5);
+    EXPECT_NEAR(pollADS1248_iso(1, 6, 5, 1, 20), -0.905, 0.0001);
+    ADS1248_gpio_ADG1609_mux(3);
+    delay_msec(10);
+    float vrsiB = pollADS1248_iso(1, 5, 5, 1, 20);
+    EXPECT_NEAR(vrsiB, sim::front_end(sim::environment()).vrsi + 0.30, 0.0001);
+    // ph_calib's inputs, with the mux left where it is
+    EXPECT_NEAR(pollADS1248_iso(4, 6, 5, 1, 5), sim::front_end(sim::environment()).vrse, 1e-5);
+    closeADS1248_iso();
+}
+
+// The same seed gives the same readings; another seed other noise.
+TEST_F(AdcTest, NoiseIsSeeded) {
+    auto burst = [](uint64_t seed) {
+        sim::reset_board();
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        sim::Environment e;
+        e.seed = seed;
+        sim::set_environment(e);
+        openADS1248_iso();
+        ADS1248_gpio_init();
+        std::vector<float> v;
+        for (int i = 0; i < 3; i++) {
+            v.push_back(pollADS1248_iso(1, 6, 5, 1, 80));
+            v.push_back(sys_samp.AD24_std);
+        }
+        closeADS1248_iso();
+        return v;
+    };
+    std::vector<float> a = burst(11), b = burst(11), c = burst(12);
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a, c);
+}
+
+// An instrument whose ADC never signals: each sample still ends, its ADC
+// columns read -999, and the operator is told once per power cycle.
+TEST(AdcScenario, SamplesWithoutDrdy) {
+    scenario::Board b;
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n20 t0\\r\n", 0,
+                   {"--adc-fault", "nodrdy"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(scenario::count(r.out, "ADS1248 no DRDY"), 1u) << r.out;
+    std::vector<std::string> lines;
+    for (size_t p = r.out.find("#000000"); p != std::string::npos;
+         p = r.out.find("#000000", p + 1)) {
+        lines.push_back(r.out.substr(p, r.out.find("\r\n", p) - p));
+    }
+    ASSERT_EQ(lines.size(), 2u) << r.out;
+    for (const std::string &l : lines) {
+        EXPECT_GE(scenario::count(l, "-999.000000"), 5u) << l; // Vtherm, Vrsi, Vrse, Vrsi_B, Vk
+    }
+    std::string log = b.cardFile("Error.txt") + b.cardFile("ERROR.TXT");
+    EXPECT_EQ(scenario::count(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
+}
+
+} // namespace

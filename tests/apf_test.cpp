@@ -1,0 +1,863 @@
+// The float controller's dialect: every reply and refusal, the "ACK" waits of
+// "ctd" and "spectra", the pH record line and its check word, the header
+// block, "init", the record transfer; then whole float-controller sessions
+// through the simulator program: confirmed and unconfirmed CTD values, the
+// header for modes 1 and 2, the record across power cycles, bad host input.
+#include <gtest/gtest.h>
+
+#include "sim.h"
+
+#include <cstring>
+#include <ctime>
+#include <regex>
+#include <string>
+
+#include "board/board_util.h"
+#include "board/i2c0.h"
+#include "board/i2c_fram.h"
+#include "board/uartstdio.h"
+#include "core/main.h"
+#include "core/system.h"
+#include "ff.h"
+#include "files/microsd.h"
+#include "hibernate.h"
+#include "host/apf_util.h"
+#include "host/serial.h"
+#include "host/serial_cmd_fxn.h"
+#include "host/spectrometer.h"
+#include "interrupt.h"
+#include "scenario.h"
+#include "sysctl.h"
+
+namespace {
+
+// Bytes the host types some time from now (fed from the millisecond tick).
+std::string g_later;
+double g_laterAt = 0;
+
+void tick_and_type(void) {
+    SysTickIntHandler();
+    if (!g_later.empty() && sim::now_seconds() >= g_laterAt) {
+        std::string bytes;
+        bytes.swap(g_later);
+        sim::console_feed(bytes);
+    }
+}
+
+bool ends_with(const std::string &s, const std::string &tail) {
+    return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
+}
+
+// The header's build line, which differs from build to build, as a fixed text.
+std::string fixed_build_line(const std::string &s) {
+    static const std::regex kBuild(
+        R"(H, App Build        Date , [A-Z][a-z]{2} [ \d]\d \d{4}, \d\d:\d\d:\d\d\r\n)");
+    return std::regex_replace(s, kBuild, "H, App Build        Date , <build>\r\n");
+}
+
+constexpr uint32_t kNewYearsEve = 1735689599; // 12/31/24 23:59:59 UTC
+
+// "MM/DD/YYYY HH:MM:SS" of RTC seconds.
+std::string stamp(uint32_t secs) {
+    time_t t = secs;
+    struct tm tmv;
+    gmtime_r(&t, &tmv);
+    char b[32];
+    strftime(b, sizeof(b), "%m/%d/%Y %H:%M:%S", &tmv);
+    return b;
+}
+
+// The pH record line: check word, then the record (date and 19 numbers).
+const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)"
+                         R"(\d+,-?[\d.]+,-?[\d.]+,-?[\d.]+,\d+,\d+,\d+,[^,]+,-?[\d.]+,-?[\d.]+,)"
+                         R"([^,]+,[^,]+,-?[\d.]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,\r\n]+))");
+
+// True when the check word matches the record as it was formatted (seven
+// blanks where the word now stands).
+bool crc_ok(const std::smatch &m) {
+    std::string formatted = "       " + m[2].str();
+    uint16_t crc =
+        fCrc16Bit(reinterpret_cast<const uint8_t *>(formatted.data()), (uint32_t)formatted.size());
+    return std::stoul(m[1].str(), nullptr, 16) == crc;
+}
+
+class Apf : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        sim::reset_board();
+        SysCtlClockSet(SYSCTL_SYSDIV_4 | SYSCTL_USE_PLL | SYSCTL_OSC_MAIN | SYSCTL_XTAL_16MHZ);
+        SysTickPeriodSet(SysCtlClockGet() / 1000u);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        IntMasterEnable();
+        i2c0_init();
+        memset(&sys_data, 0, sizeof(sys_data));
+        sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 1;
+        strcpy(sys_data.fileName, "noname.txt");
+        memset(&sys_samp, 0, sizeof(sys_samp));
+        sys_samp.initNum = SYS_SAMP_INIT_NUM;
+        memset(&rx0, 0, sizeof(rx0));
+        apf_set_m2m_timeout();
+        mmsDbgFlg = 0;
+        Zcoefs = 0;
+        memset(ZeissCoefs, 0, sizeof(ZeissCoefs));
+        HibernateRTCSet(kNewYearsEve);
+        UARTEchoSet(0);
+        init_uSDCard();
+        memset(&apf, 0, sizeof(apf));
+        SetDefaultsIntoNVRAM(); // as on a new board (logs its own -116)
+        apf.sys_error_ctr = 0;
+        apf.sys_last_error = 0;
+        apf.sys_error_time = 0;
+        f_unlink("ERROR.LOG");
+        g_later.clear();
+        sim::set_irq_handler(FAULT_SYSTICK, tick_and_type);
+        take();
+    }
+
+    void TearDown() override {
+        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
+        g_later.clear();
+    }
+
+    void type_later(uint32_t ms, const std::string &bytes) {
+        g_laterAt = sim::now_seconds() + ms / 1000.0;
+        g_later = bytes;
+    }
+
+    std::string take() {
+        wait_consoleTx();
+        return sim::console_take();
+    }
+
+    // A whole line through the receiver, as a host types it; runs until
+    // `ms` of simulated time have passed.
+    std::string type(const std::string &bytes, uint32_t ms = 100) {
+        sim::console_feed(bytes);
+        uint32_t t0 = Timer_1ms(0);
+        while (Timer_1ms(0) - t0 < ms) {
+            if (handle_m2m_comm() == 0) {
+                SysCtlSleep();
+            }
+        }
+        return take();
+    }
+
+    // Reply to one line, without the echo and the prompt around it.
+    std::string reply(const std::string &line, uint32_t ms = 100) {
+        m2m_statemachine_init(); // a command that ended the awake period left its line
+        take();
+        std::string out = type(line + "\r", ms);
+        size_t from = out.find(line + "\r\n");
+        if (from != std::string::npos) {
+            out = out.substr(from + line.size() + 2);
+        }
+        if (out.size() >= 3 && out.compare(out.size() - 3, 3, "\r\n>") == 0) {
+            out.resize(out.size() - 3);
+        }
+        return out;
+    }
+
+    std::string card(const char *name) {
+        FIL f;
+        if (f_open(&f, name, FA_READ) != FR_OK) {
+            return "";
+        }
+        std::string s(f_size(&f), '\0');
+        UINT n = 0;
+        f_read(&f, s.data(), (UINT)s.size(), &n);
+        f_close(&f);
+        s.resize(n);
+        return s;
+    }
+
+    apfGlobals stored() {
+        apfGlobals a;
+        fram_read(FRAM_ADDR_APF_VARS, reinterpret_cast<uint8_t *>(&a), sizeof(a));
+        return a;
+    }
+
+    // A spectrometer calibration for the tests: lambda = 190 nm + 1 nm per cell.
+    void fake_coefficients() {
+        Zcoefs = 5;
+        ZeissCoefs[0] = 190.0;
+        ZeissCoefs[1] = 1.0;
+    }
+};
+
+TEST(ApfCrc, PublishedCheckValue) {
+    const char *check = "123456789";
+    EXPECT_EQ(fCrc16Bit(reinterpret_cast<const uint8_t *>(check), 9), 0x29B1);
+    EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
+}
+
+// ---- replies and refusals --------------------------------------------------------
+
+TEST_F(Apf, RepliesAndRefusals) {
+    struct Case {
+        const char *line;
+        uint32_t mode; // sys_sensor_mode beforehand
+        const char *reply;
+    };
+    const Case cases[] = {
+        {"w", 0, "ACK\r\n"},
+        {"q", 0, "ACK,Q,4\r\n"},
+        {"type,3", 0, "ACK,Q,3\r\n"},
+        {"type,7", 0, "ACK,Q,4\r\n"}, // out of 1-4: the old type stays
+        {"type", 0, "ACK,Q,4\r\n"},
+        {"MODE,2", 0, "ACK,MODE,2\r\n"},
+        {"mode,3", 0, "NAK,MODE,RangeErr [0,2]: 3\r\n"},
+        {"mode", 0, "NAK,MODE,FormatErr\r\n"},
+        {"mode2", 0, "NAK,MODE,FormatErr\r\n"}, // missing comma
+        {"mode,x", 0, "NAK,MODE,FormatErr\r\n"},
+        {"mode,?", 2, "ACK,MODE?,2\r\n"},
+        {"tint,?", 0, "TINT,?,1000\r\n"},
+        {"tint,3", 0, "NAK,TINT,RangeErr [4,4000], 3\r\n"},
+        {"tint,4", 0, "ACK,TINT,4\r\n"},
+        {"tint,4000", 0, "ACK,TINT,4000\r\n"},
+        {"tint,4001", 0, "NAK,TINT,RangeErr [4,4000], 4001\r\n"},
+        {"tint,99999999", 0, "NAK,TINT,RangeErr [4,4000], 999999\r\n"}, // six digits read
+        {"tint400", 0, "NAK,TINT,FormatErr\r\n"},
+        {"bake,0", 0, "NAK,BAKE,RangeErr [1,90]: 0\r\n"},
+        {"bake,91", 0, "NAK,BAKE,RangeErr [1,90]: 91\r\n"},
+        {"bake,x", 0, "NAK,BAKE,RangeErr [1,90]: 0\r\n"},
+        {"bake", 0, "NAK,BAKE,FormatErr\r\n"},
+        {"bake,9x", 0,
+         "ACK,BAKE,CMD,9\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X to "
+         "terminate BAKE\r\n"},
+        {"bake,90", 0,
+         "ACK,BAKE,CMD,90\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X to "
+         "terminate BAKE\r\n"},
+        {"rtc,1727464426", 0, "ACK,1727464426,1727464426\r\n"},
+        {"rtc,99999999999999", 0, "ACK,4294967295,4294967295\r\n"}, // cut at 14, saturated
+        {"rtc,?", 0, "ACK,RTC?,1735689599\r\n"},
+        {"p", 0, "ACK,P,0,0,0\r\n"},
+        {"s", 1, "ACK,S,0,0\r\n"},
+        {"s", 2, "ACK,S,0,0\r\n"},
+        {"s", 0, "NAK,S,InvalidModeValue: 0\r\n"},
+        {"e", 1, "ACK,E,0,0\r\n"},
+        {"e", 7, "NAK,E,InvalidModeValue: 7\r\n"},
+        {"t", 1, "NAK,T,-1.0\r\n"},
+        {"c", 0, "NAK,C,InvalidModeValue: 0\r\n"},
+        {"se,?", 0, "ACK,SE?,0\r\n"},
+        {"se", 0, "Imp es Nada apf_xfer_se, send error records\r\n"},
+        {"fit,?", 0, "Imp es Nada apf_get_fit\r\n"},
+        {"fit,1", 0, "Imp es Nada apf_set_fit\r\n"},
+        {"cal", 0, "Imp es Nada apf_get_cal\r\n"},
+        {"ctd,?", 0, "ACK,CTD?,0,0.0000,0.0000,0.00\r\n"},
+        {"spectra,?", 0, "ACK,SPECTRA?,0.0,0.0\r\n"},
+        {"spectra,210,221", 0, "NAK,SPECTRA,ZCoef File Error = 0\r\n"}, // no coefficients
+        {"t1", 0, "ACK,T1,CMD\r\nNAK,T1,CMD\r\n"},                      // no spectrometer
+        {"s1", 0, "ACK,S1,CMD\r\nNAK,S1,CMD\r\n"},
+        {"ts", 1, "ACK,TS,CMD\r\nNAK,TS,CMD\r\n"},
+        {"sl", 1, "apf_send_last_nitrate, byteCnt is 0\r\nNAK,SL\r\n"},
+        {"off", 0, "ACK,OFF\r\n"},
+        {"h", 0,
+         "\r\nCommands: W,M,E,P,S,T,C,Q,INIT,TINT,MODE,SS,S1,S2,SL,TS,T1,T2,SE,SLP,OFF,RTC,FIT,CTD,"
+         "BAKE,SPECTRA,VER\r\nterm time = 1000 msec\r\n"},
+    };
+    for (const Case &c : cases) {
+        apf.sys_sensor_type = 4;
+        apf.isus_spec_period = 1000;
+        apf.sys_sensor_mode = c.mode;
+        apf_set_m2m_timeout();
+        HibernateRTCSet(kNewYearsEve);
+        EXPECT_EQ(reply(c.line), c.reply) << c.line;
+    }
+    // Changes are kept in FRAM at once.
+    reply("type,2");
+    reply("mode,1");
+    reply("tint,321");
+    apfGlobals a = stored();
+    EXPECT_EQ(a.sys_sensor_type, 2);
+    EXPECT_EQ(a.sys_sensor_mode, 1u);
+    EXPECT_EQ(a.isus_spec_period, 321u);
+    // "mode" also forgets the record kept for "sl".
+    apf.sendlast_byteCnt = 9;
+    reply("mode,5");
+    EXPECT_EQ(apf.sendlast_byteCnt, 0u);
+}
+
+TEST_F(Apf, DebugWatchdogAndStatusLines) {
+    EXPECT_EQ(reply("dbg"), "mmsDbgFlg=1, mms dbg printfs are on\r\n");
+    EXPECT_EQ(mmsDbgFlg, 0); // the message promises more than it does
+    mmsDbgFlg = 1;
+    EXPECT_EQ(reply("dbg"), "mmsDbgFlg=0, mms dbg printfs are off\r\n");
+    EXPECT_EQ(mmsDbgFlg, 0);
+    wdog_init();
+    std::string w = type("wdog\r");
+    EXPECT_TRUE(
+        std::regex_search(w, std::regex(R"(wdog\r\nDEV: wdog.longest = \d+, tot = \d+\r\n>)")))
+        << w;
+    EXPECT_EQ(reply("dev").rfind("Commands implemented: ", 0), 0u);
+    EXPECT_EQ(reply("stat").rfind("Commands implemented: ", 0), 0u);
+    std::string sys = reply("sys");
+    EXPECT_NE(sys.find("Spectro : none fitted, ZCoefs = 0\r\n"), std::string::npos) << sys;
+    EXPECT_NE(sys.find("Card    : 2097152 kB"), std::string::npos) << sys;
+}
+
+// ---- the "ACK" waits ------------------------------------------------------------
+
+TEST_F(Apf, CtdValuesCountOnlyWhenTheHostConfirms) {
+    const std::string line = "ctd,1727464446,20.0000,35.0000,-5.00";
+    const std::string echo = "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\n";
+    struct Case {
+        const char *answer; // typed after the echo
+        const char *dbg;    // what the wait shows
+        bool valid;
+    };
+    const Case cases[] = {
+        {"ACK\r", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
+         true},
+        {"ack", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
+         true},
+        {"NAK\r",
+         "DBG: good char N\r\nDBG: good char A\r\nDBG: good char K\r\nDBG: illegal char \r", false},
+        {"AC1", "DBG: good char A\r\nDBG: good char C\r\nDBG: illegal char 1", false},
+        {"ACKS", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
+         true},
+        {"ACXK",
+         "DBG: good char A\r\nDBG: good char C\r\nDBG: good char X\r\nDBG: string too big, K",
+         false},
+        {"", "", false}, // nothing within 3 s
+    };
+    uint16_t errors = 0;
+    for (const Case &c : cases) {
+        apf.CTD_Time = 7;
+        sim::console_feed(line + "\r" + c.answer);
+        std::string out = type("", 3500);
+        ASSERT_NE(out.find(line + "\r\n" + echo), std::string::npos) << c.answer;
+        EXPECT_NE(out.find(echo + c.dbg), std::string::npos) << c.answer << "\n" << out;
+        if (c.valid) {
+            EXPECT_EQ(reply("ctd,?"), "ACK,CTD?,1727464446,20.0000,35.0000,-5.00\r\n");
+        } else {
+            errors++;
+            EXPECT_EQ(reply("ctd,?"), "ACK,CTD?,0,-1.0000,-1.0000,-1.00\r\n") << c.answer;
+        }
+        EXPECT_EQ(apf.sys_error_ctr, errors) << c.answer;
+        type("\r", 10);
+    }
+    // Each failure is one dated line of the error log, and a system error.
+    std::string log = card("ERROR.LOG");
+    EXPECT_EQ(log.rfind("E, 01/01/2025 00:00:", 0), 0u) << log;
+    EXPECT_EQ(scenario::count(log, ", -110, CTD Command ACK Failure\n"), errors);
+    EXPECT_EQ(apf.sys_last_error, (uint16_t)-110);
+    EXPECT_EQ(reply("se,?"), "ACK,SE?," + std::to_string(errors) + "\r\n");
+    // With messages on, the logged line shows on the console too.
+    apf.sys_message_enable = 1;
+    std::string out = type(line + "\r", 3200);
+    EXPECT_TRUE(
+        std::regex_search(out, std::regex(R"(\d\d:\d\d:\d\d, -110, CTD Command ACK Failure\r\n)")));
+    // Missing fields read as zero.
+    sim::console_feed("ctd,123\rACK");
+    EXPECT_NE(type("", 200).find("ACK,CTD,123,0.0000,0.0000,0.00\r\n"), std::string::npos);
+}
+
+TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
+    fake_coefficients();
+    apf.isus_datpixel_beg = 17;
+    apf.isus_datpixel_end = 87;
+    struct Case {
+        const char *line;
+        const char *reply;
+    };
+    const Case cases[] = {
+        {"spectra,210,220", "NAK,SPECTRA,EVal-SVal!>10: 220, 210\r\n"},
+        {"spectra,230,220", "NAK,SPECTRA,EVal<SVal: 220, 230\r\n"},
+        {"spectra,200,250", "NAK,SPECTRA,SRangeErr [210,350]: 200\r\n"},
+        {"spectra,210,351", "NAK,SPECTRA,ERangeErr [210,350]: 351\r\n"},
+        {"spectra,abc,250", "NAK,SPECTRA,SConvertErr: abc\r\n"},
+        {"spectra,220,", "NAK,SPECTRA,EConvertErr: \r\n"},
+        {"spectra,99999999999,250", "NAK,SPECTRA,SOverflowErr: 99999999999\r\n"},
+        {"spectra,220,88888888888,5", "NAK,SPECTRA,EOverflowErr: 88888888888\r\n"},
+        {"spectra,220", "NAK,SPECTRA,FormatErr\r\n"},
+        {"spectra", "NAK,SPECTRA,FormatErr\r\n"},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(reply(c.line), c.reply) << c.line;
+    }
+    EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,207.0,277.0\r\n");
+    // Confirmed: the data range moves to the cells of the new wavelengths.
+    type_later(50, "ack\r");
+    EXPECT_EQ(type("spectra,210,221\r", 200), "spectra,210,221\r\nACK,SPECTRA,210,221\r\n\r\n>");
+    EXPECT_EQ(apf.isus_datpixel_beg, 20u);
+    EXPECT_EQ(apf.isus_datpixel_end, 31u);
+    EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,210.0,221.0\r\n");
+    EXPECT_EQ(apf.sys_error_ctr, 0);
+    // Not confirmed ("NAK", or nothing within 3 s): logged, range unchanged.
+    type_later(50, "NAK\r");
+    type("spectra,250,300\r", 200);
+    type("spectra,250,300\r", 3200);
+    EXPECT_EQ(apf.isus_datpixel_beg, 20u);
+    EXPECT_EQ(apf.sys_error_ctr, 2);
+    EXPECT_EQ(scenario::count(card("ERROR.LOG"), ", -110, SPECTRA Command ACK Failure\n"), 2u);
+}
+
+TEST_F(Apf, LinkPrimitives) {
+    struct Match {
+        const char *text;
+        int result;
+    };
+    for (const Match &m : {Match{"ACK", 6},
+                           {"ack\r\n", 6},
+                           {"NAK\r", 21},
+                           {"nak\n", 21},
+                           {"ACKS", -1},
+                           {"AC", -1},
+                           {"", -1},
+                           {"XYZ", -1},
+                           {"AC\rK", -1}}) {
+        char buf[16];
+        strcpy(buf, m.text);
+        EXPECT_EQ(MatchACK(buf), m.result) << m.text;
+    }
+    char buf[32];
+    sim::console_feed("ACK\r");
+    EXPECT_EQ(UART_GetStr_timeout(buf, sizeof(buf), 3000), 4);
+    EXPECT_STREQ(buf, "ACK\r");
+    // A reply longer than the buffer is taken whole and stored as far as it goes.
+    sim::console_feed(std::string(100, 'x') + "\n");
+    EXPECT_EQ(UART_GetStr_timeout(buf, sizeof(buf), 3000), 101);
+    EXPECT_EQ(std::string(buf), std::string(31, 'x'));
+    uint32_t t0 = Timer_1ms(0);
+    EXPECT_EQ(UART_GetStr_timeout(buf, sizeof(buf), 3000), -1);
+    EXPECT_NEAR((double)(Timer_1ms(0) - t0), 3000.0, 5.0);
+    // A reply that never ends is given up rather than waited on forever.
+    sim::console_feed(std::string(5000, 'y'));
+    EXPECT_EQ(UART_GetStr_timeout(buf, sizeof(buf), 3000), -1);
+    sim::advance_ms(200);
+    UARTFlushRx();
+    // waitACK: the time-out runs from the last letter.
+    take();
+    sim::console_feed("A");
+    t0 = Timer_1ms(0);
+    EXPECT_EQ(waitACK(500), -1);
+    EXPECT_GE(Timer_1ms(0) - t0, 500u);
+    EXPECT_EQ(take(), "DBG: good char A\r\n");
+}
+
+// ---- init ------------------------------------------------------------------------
+
+TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
+    memset(&apf, 0x5A, sizeof(apf));
+    apfGlobals before = apf;
+    EXPECT_EQ(reply("init"), "ACK,INIT\r\n");
+    apfGlobals expect = before;
+    expect.isus_fit_concs = 2;
+    expect.isus_tcomp_mode = 1;
+    expect.sys_watchdog_enable = 1;
+    expect.sys_ef_limit = 128;
+    expect.sys_df_limit = 5;
+    expect.sys_apf_tmout = 10;
+    expect.sys_data_mode = 1;
+    expect.sendlast_byteCnt = 0;
+    expect.sys_message_enable = 0;
+    expect.isus_salfit_mode = 0;
+    expect.dura_led_enable = 0;
+    expect.sys_por_ctr = 0;
+    expect.sys_reset_ctr = 0;
+    expect.isus_error_ctr = expect.isus_error_time = 0;
+    expect.isus_sample_ctr = expect.isus_sample_time = 0;
+    expect.dura_error_ctr = expect.dura_error_time = 0;
+    expect.dura_sample_ctr = expect.dura_sample_time = 0;
+    expect.sys_last_error = expect.sys_error_ctr = expect.sys_error_time = 0;
+    // No coefficients: pixel ranges and wavelengths stay.
+    EXPECT_EQ(memcmp(&apf, &expect, sizeof(apf)), 0);
+    apfGlobals a = stored();
+    EXPECT_EQ(memcmp(&a, &expect, sizeof(a)), 0);
+    // With coefficients, the fit and data ranges follow 217-240 and 217-250 nm.
+    fake_coefficients();
+    reply("init");
+    EXPECT_EQ(apf.isus_pixel_beg, 27u);
+    EXPECT_EQ(apf.isus_pixel_end, 50u);
+    EXPECT_EQ(apf.isus_fit_pixels, 24u);
+    EXPECT_EQ(apf.isus_datpixel_end, 60u);
+    EXPECT_EQ(apf.lambda_beg, 217u);
+    EXPECT_EQ(apf.lambda_end, 250u);
+}
+
+// ---- header block ----------------------------------------------------------------
+
+TEST_F(Apf, HeaderBlockLines) {
+    apf.sys_reset_time = kNewYearsEve - 60;
+    apf.sys_por_ctr = 3;
+    apf.sys_reset_ctr = 8;
+    apf.sys_error_ctr = 2;
+    apf.sys_last_error = (uint16_t)-110;
+    apf.sys_error_time = 0x1234; // with sys_file_ctr 1 above it: 0x00011234 s
+    apf.isus_error_ctr = 1;
+    apf.isus_last_error = (uint32_t)-250;
+    apf.isus_error_time = kNewYearsEve - 3600;
+    apf.isus_lamp_elp = 3 * 3600 + 25 * 60 + 7;
+    apf.isus_lamp_evt = 12;
+    apf.dura_sample_ctr = 151;
+    strcpy(sys_data.board_SN, "Z3-0042");
+    const std::string general = "H, Datalogger Serial Num , SN:0777\r\n"
+                                "H, Application      Name , FENWA.BIN\r\n"
+                                "H, App Build        Date , <build>\r\n"
+                                "H, Power Up Time   (GMT) , 12/31/2024 23:58:59\r\n"
+                                "H, Current  Time   (GMT) , 12/31/2024 23:59:59\r\n"
+                                "H, Alarm    Time   (GMT) , 01/01/1970 00:00:00\r\n"
+                                "H, Power Active  Timeout , 10\r\n"
+                                "H, ZEP3 Info, S/N:Z3-0042- Seawick:Fenwa v5.0.3 ZEP3 123g revB\r\n"
+                                "H, Compact FLASH    Size , 2097152\r\n"
+                                "H, Compact FLASH    Left , 100.00%\r\n"
+                                "H, Power Cycle   Counter , 3\r\n"
+                                "H, System Reset  Counter , 8\r\n"
+                                "H, System Error  Counter , 2\r\n"
+                                "H, Last System     Error , 65426\r\n"
+                                "H, Last System ErrorTime , 01/01/1970 19:29:56\r\n";
+    const std::string nitrate =
+        "H, ISUS  Error   Counter , 1\r\n"
+        "H, Last ISUS       Error , -250\r\n"
+        "H, Last ISUS Error  Time , 12/31/2024 22:59:59\r\n"
+        "H, ISUS Sample   Counter , 0\r\n"
+        "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\n"
+        "H, Fiberlite    Odometer , 03:25:07\r\n"
+        "H, Fiberlite      Cycles , 12\r\n"
+        "H, Spec Intensity LampON , 5000\r\n"
+        "H, Spec Integration Time , 1000\r\n"
+        "H, Spec Pre  scans taken , 2\r\n"
+        "H, Spec Lite scans taken , 3\r\n"
+        "H, Spec Dark scans taken , 1\r\n"
+        "H, Zceof File    Error   , ZCoefs = 0\r\n"
+        "H, Eceof File    Error   , ECoefs = 0\r\n"
+        "H, Sw Calibration   Temp , 0.00\r\n"
+        "H, Wavelength Fit  Range , 0.000 <-> 0.000\r\n"
+        "H, Pixel Fit       Range , 17 <-> 87\r\n"
+        "H, Fitted Concentrations , 2\r\n"
+        "H, Baseline        Model , (ax + b)\r\n"
+        "H, Br Temp  Compensation , ENABLED\r\n"
+        "H, Bromide Term in Model , will be FIXED (to external CTD value)\r\n";
+    const std::string ph = "H, DURA  Error   Counter , 0\r\n"
+                           "H, Last DURA       Error , 0\r\n"
+                           "H, Last DURA Error  Time , 01/01/1970 00:00:00\r\n"
+                           "H, DURA Sample   Counter , 151\r\n"
+                           "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\n"
+                           "H, AtoD Reads per Sample , 10\r\n"
+                           "H, AtoD Reading    Delay , 100\r\n"
+                           "H, Samps per AtoD  Recal , 250\r\n";
+    auto header = [&](int smode) {
+        HibernateRTCSet(kNewYearsEve);
+        print_write_isusdura_header(1, 0, smode, nullptr);
+        return fixed_build_line(take());
+    };
+    EXPECT_EQ(header(1), general + nitrate);
+    EXPECT_EQ(header(2), general + ph);
+    // "c" by mode; "gh1" and "gh2" both show the pH block.
+    for (const char *line : {"c", "gh1", "gh2"}) {
+        apf.sys_sensor_mode = 2;
+        HibernateRTCSet(kNewYearsEve);
+        EXPECT_EQ(fixed_build_line(reply(line)), general + ph) << line;
+    }
+    apf.sys_sensor_mode = 1;
+    HibernateRTCSet(kNewYearsEve);
+    EXPECT_EQ(fixed_build_line(reply("c")), general + nitrate);
+    // Model 2, compensation off, bromide fitted; an unknown model leaves the
+    // label without its line end.
+    apf.isus_bsl_model = 2;
+    apf.isus_tcomp_mode = 0;
+    apf.isus_salfit_mode = 1;
+    EXPECT_NE(
+        header(1).find("H, Baseline        Model , (ax^2 + bx + c)\r\nH, Br Temp  "
+                       "Compensation , DISABLED\r\nH, Bromide Term in Model , will be FIT (to "
+                       "absorbance data)\r\n"),
+        std::string::npos);
+    apf.isus_bsl_model = 7;
+    EXPECT_NE(header(1).find("H, Baseline        Model , H, Br Temp  Compensation , DISABLED\r\n"),
+              std::string::npos);
+    // With coefficients, their line closes the block and the error line goes.
+    fake_coefficients();
+    apf.isus_bsl_model = 4;
+    std::string out = header(1);
+    EXPECT_EQ(out.find("Zceof"), std::string::npos);
+    EXPECT_NE(out.find("H, Wavelength Fit  Range , 207.000 <-> 277.000\r\n"), std::string::npos);
+    EXPECT_NE(out.find("exp(ax^2 + bx + c)\r\n"), std::string::npos);
+    EXPECT_TRUE(ends_with(out,
+                          "FIT (to absorbance data)\r\nH, Zeiss Coefficient Vals, "
+                          "1.900000e+02,1.000000e+00,0.000000e+00,0.000000e+00,0.000000e+00\r\n"))
+        << out;
+    // The block written to a file is the same text.
+    FIL f;
+    ASSERT_EQ(f_open(&f, "HDR.TXT", FA_WRITE | FA_OPEN_ALWAYS), FR_OK);
+    HibernateRTCSet(kNewYearsEve);
+    print_write_isusdura_header(0, 1, 2, &f);
+    f_close(&f);
+    EXPECT_EQ(take(), "");
+    EXPECT_EQ(fixed_build_line(card("HDR.TXT")), general + ph);
+}
+
+// ---- the pH record ---------------------------------------------------------------
+
+TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
+    apf.dura_reset_flag = 1;
+    apf.CTD_Temp = 12.5f; // cleared before the record
+    std::string out = reply("t2", 20000);
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(out, m, kRecord)) << out;
+    EXPECT_TRUE(crc_ok(m)) << m[0];
+    EXPECT_EQ(m[2].str().rfind("pH,12/31/2024 23:5", 0), 0u) << m[2];
+    EXPECT_NE(m[2].str().find(",0,-1.00,-1.0000,-1.0000,150,33,"), std::string::npos) << m[2];
+    EXPECT_NE(m[2].str().find(",4.50,0.035,1.000e-01,"), std::string::npos) << m[2];
+    EXPECT_EQ(out.substr(m.position(0) + m.length(0)), "\r\n");
+    EXPECT_EQ(apf.sys_sensor_mode, 2u);
+    EXPECT_EQ(apf.dura_sample_ctr, 151u);
+    EXPECT_EQ(apf.sys_por_ctr, 12u); // stand-in figures of the present release
+    EXPECT_EQ(apf.dura_reset_flag, 0u);
+    EXPECT_EQ(stored().dura_sample_ctr, 151u);
+    // The data file: the header once, then the record without its check word.
+    std::string file = card("PROF0000.LOG");
+    EXPECT_EQ(file.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u);
+    EXPECT_NE(file.find("H, Samps per AtoD  Recal , 250\r\n" + m[2].str() + "\n"),
+              std::string::npos);
+    EXPECT_EQ(file.size() - file.find("pH,"), m[2].length() + 1);
+    // The next record goes to the file of the (stand-in) power-cycle count,
+    // without a header.
+    out = reply("s2", 20000);
+    ASSERT_TRUE(std::regex_search(out, m, kRecord)) << out;
+    EXPECT_TRUE(crc_ok(m));
+    EXPECT_EQ(card("PROF0012.LOG"), m[2].str() + "\n");
+    // "sl" in mode 2: no record kept for it on this board.
+    EXPECT_EQ(reply("sl"),
+              "serial sl apf_send_last_ph\r\nDBG: apf_send_last_pH, byteCnt is 0\r\nNAK,SL\r\n");
+    // A record kept in FRAM is sent as it stands.
+    const char kept[] = "0x1234,pH,kept";
+    fram_apf_dbuf_store((uint8_t *)kept, sizeof(kept));
+    apf.sendlast_byteCnt = sizeof(kept) - 1;
+    EXPECT_EQ(reply("sl"), "serial sl apf_send_last_ph\r\n0x1234,pH,kept\r\n");
+}
+
+TEST_F(Apf, DataFileRefusedOnAFullOrMissingCard) {
+    sim::state().card_full = true;
+    EXPECT_EQ(OpenApfLogFile(2), nullptr);
+    EXPECT_EQ(apf.sys_error_ctr, 1);
+    EXPECT_EQ(apf.sys_last_error, (uint16_t)APF_ERR_CARD_FULL);
+    sim::state().card_full = false;
+    EXPECT_EQ(OpenApfLogFile(3), nullptr);
+    sim::state().card_absent = true;
+    EXPECT_EQ(OpenApfLogFile(1), nullptr);
+    EXPECT_EQ(apf.sys_last_error, (uint16_t)APF_ERR_FILE_OPEN);
+    sim::state().card_absent = false;
+    FIL *f = OpenApfLogFile(1);
+    ASSERT_NE(f, nullptr);
+    f_close(f);
+}
+
+// ---- record transfer -------------------------------------------------------------
+
+TEST_F(Apf, RecordTransferSendsLineByLineThenDeletes) {
+    FIL f;
+    ASSERT_EQ(f_open(&f, "ERROR.LOG", FA_WRITE | FA_OPEN_ALWAYS), FR_OK);
+    const char lines[] = "E, one\nE, two\nE, three\n";
+    UINT n = 0;
+    f_write(&f, lines, sizeof(lines) - 1, &n);
+    f_close(&f);
+    // The count names its files with a drive prefix this card does not know.
+    EXPECT_EQ(CalcRecsPending(1), 0);
+    EXPECT_EQ(CalcRecsPending(0), 0);
+    EXPECT_EQ(CalcRecsPending(2), -1);
+    uint32_t pos = 0;
+    EXPECT_EQ(SendRecords(1, &pos), 0);
+    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, one\r\n");
+    EXPECT_EQ(pos, 7u);
+    EXPECT_EQ(SendRecords(1, &pos), 0);
+    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, two\r\n");
+    EXPECT_EQ(SendRecords(1, &pos), 1);
+    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, three\r\nEOF\r\n");
+    EXPECT_EQ(card("ERROR.LOG"), "");
+    EXPECT_EQ(SendRecords(1, &pos), -1);
+    EXPECT_EQ(SendRecords(0, &pos), -1);
+    EXPECT_EQ(SendRecords(4, &pos), -1);
+}
+
+// ---- sessions through the simulator ----------------------------------------------
+
+// Text after the line echoed for `cmd` up to the next prompt.
+std::string answer(const std::string &out, const std::string &cmd, size_t from = 0) {
+    size_t p = out.find(">" + cmd + "\r\n", from);
+    if (p == std::string::npos) {
+        return "<no " + cmd + ">";
+    }
+    p += cmd.size() + 3;
+    size_t e = out.find("\r\n>", p);
+    std::string a = out.substr(p, e == std::string::npos ? std::string::npos : e - p);
+    if (ends_with(a, "\r\n")) {
+        a.resize(a.size() - 2);
+    }
+    return a;
+}
+
+constexpr uint32_t kStart = 1735689000; // 12/31/2024 23:50:00
+
+TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
+    scenario::Board b;
+    auto r = b.run("1 sleep\\r\n"
+                   "5 \\r\n" // wakes the board; the byte itself is lost
+                   "7 q\\r\n"
+                   "8 type,3\\r\n"
+                   "9 mode,2\\r\n"
+                   "10 mode,?\\r\n"
+                   "11 ctd,1727464446,20.0000,35.0000,-5.00\\r\n"
+                   "12 ACK\\r\n"
+                   "13 ctd,?\\r\n"
+                   "14 rtc,1727464426\\r\n"
+                   "15 rtc,?\\r\n"
+                   "16 t2\\r\n"
+                   "26 sl\\r\n"
+                   "27 s\\r\n"
+                   "28 e\\r\n"
+                   "29 p\\r\n"
+                   "30 t\\r\n"
+                   "31 c\\r\n"
+                   "33 se,?\\r\n"
+                   "34 tint,400\\r\n"
+                   "35 bake,10\\r\n"
+                   "36 init\\r\n"
+                   "37 off\\r\n",
+                   45, {"--rtc", std::to_string(kStart)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string &o = r.out;
+    EXPECT_EQ(answer(o, "q"), "ACK,Q,4");
+    EXPECT_EQ(answer(o, "type,3"), "ACK,Q,3");
+    EXPECT_EQ(answer(o, "mode,2"), "ACK,MODE,2");
+    EXPECT_EQ(answer(o, "mode,?"), "ACK,MODE?,2");
+    EXPECT_EQ(answer(o, "ctd,1727464446,20.0000,35.0000,-5.00"),
+              "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\nDBG: good char A\r\nDBG: good char "
+              "C\r\nDBG: good char K\r\nDBG: good ACK");
+    EXPECT_EQ(answer(o, "ctd,?"), "ACK,CTD?,1727464446,20.0000,35.0000,-5.00");
+    EXPECT_EQ(answer(o, "rtc,1727464426"), "ACK,1727464426,1727464426");
+    EXPECT_EQ(answer(o, "rtc,?").substr(0, 18), "ACK,RTC?,172746442");
+    std::string t2 = answer(o, "t2");
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(t2, m, kRecord)) << t2;
+    EXPECT_TRUE(crc_ok(m));
+    EXPECT_EQ(m[2].str().substr(0, 20), "pH,09/27/2024 19:13:");
+    EXPECT_EQ(answer(o, "sl"),
+              "serial sl apf_send_last_ph\r\nDBG: apf_send_last_pH, byteCnt is 0\r\nNAK,SL");
+    EXPECT_EQ(answer(o, "s"), "ACK,S,151,0");
+    EXPECT_EQ(answer(o, "e"), "ACK,E,33,0");
+    EXPECT_EQ(answer(o, "p"), "ACK,P,12,2," + std::to_string(kStart + 5));
+    EXPECT_EQ(answer(o, "t"), "NAK,T,-1.0");
+    std::string c = answer(o, "c");
+    EXPECT_EQ(c.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u) << c;
+    EXPECT_NE(c.find("H, Power Up Time   (GMT) , 12/31/2024 23:50:05\r\n"), std::string::npos);
+    EXPECT_NE(c.find("H, DURA Sample   Counter , 151\r\n"), std::string::npos);
+    EXPECT_TRUE(ends_with(c, "\r\nH, Samps per AtoD  Recal , 250")) << c;
+    EXPECT_EQ(answer(o, "se,?"), "ACK,SE?,0");
+    EXPECT_EQ(answer(o, "tint,400"), "ACK,TINT,400");
+    EXPECT_EQ(answer(o, "bake,10").substr(0, 17), "ACK,BAKE,CMD,10\r\n");
+    EXPECT_EQ(answer(o, "init"), "ACK,INIT");
+    // "off" ends the awake period: the board hibernates at once.
+    size_t off = o.find(">off\r\nACK,OFF\r\n");
+    ASSERT_NE(off, std::string::npos);
+    EXPECT_EQ(o.substr(off + 15), "*");
+    // The record went to the pH data file, under its header.
+    std::string file = b.cardFile("PROF0000.LOG");
+    EXPECT_EQ(file.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u);
+    EXPECT_NE(file.find(m[2].str() + "\n"), std::string::npos);
+    // FRAM keeps what the session set; "init" cleared the counters.
+    auto f = b.fram();
+    const size_t a = FRAM_ADDR_APF_VARS;
+    EXPECT_EQ(f[a + offsetof(apfGlobals, sys_sensor_type)], 3);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, isus_spec_period)), 400u);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, dura_sample_ctr)), 0u);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_ctr)), 0u);
+    EXPECT_EQ(b.cardFile("ERROR.LOG"), "");
+}
+
+TEST(ApfSession, UnconfirmedCtdIsInvalidatedAndLogged) {
+    scenario::Board b;
+    auto r = b.run("1 ctd,1727464446,20.0000,35.0000,-5.00\\r\n"
+                   "6 ctd,?\\r\n"
+                   "7 se,?\\r\n"
+                   "8 c\\r\n",
+                   12, {"--rtc", std::to_string(kStart)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(answer(r.out, "ctd,1727464446,20.0000,35.0000,-5.00"),
+              "ACK,CTD,1727464446,20.0000,35.0000,-5.00");
+    EXPECT_EQ(answer(r.out, "ctd,?"), "ACK,CTD?,0,-1.0000,-1.0000,-1.00");
+    EXPECT_EQ(answer(r.out, "se,?"), "ACK,SE?,1");
+    std::string c = answer(r.out, "c"); // mode 1 after a start: the nitrate block
+    EXPECT_NE(c.find("H, System Error  Counter , 1\r\nH, Last System     Error , 65426\r\n"),
+              std::string::npos)
+        << c;
+    EXPECT_NE(c.find("H, Zceof File    Error   , ZCoefs = 0\r\n"), std::string::npos);
+    // The log line carries the time the wait gave up (3 s after the line).
+    EXPECT_EQ(b.cardFile("ERROR.LOG"),
+              "E, " + stamp(kStart + 4) + ", -110, CTD Command ACK Failure\n");
+}
+
+TEST(ApfSession, RecordSurvivesPowerCycles) {
+    scenario::Board b;
+    auto r = b.run("1 type,2\\r\n2 tint,123\\r\n3 mode,2\\r\n4 sleep\\r\n"
+                   "10 \\r\n12 p\\r\n13 q\\r\n14 tint,?\\r\n15 mode,?\\r\n16 sleep\\r\n"
+                   "20 \\r\n22 p\\r\n23 init\\r\n24 p\\r\n25 sleep\\r\n"
+                   "30 \\r\n32 p\\r\n34 sleep\\r\n",
+                   40, {"--rtc", std::to_string(kStart)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string &o = r.out;
+    // Each start counts one reset and notes its time; the settings stay,
+    // the mode starts at 1 again.
+    size_t p1 = o.find(">p\r\n");
+    EXPECT_EQ(answer(o, "p", p1), "ACK,P,0,2," + std::to_string(kStart + 10));
+    EXPECT_EQ(answer(o, "q"), "ACK,Q,2");
+    EXPECT_EQ(answer(o, "tint,?"), "TINT,?,123");
+    EXPECT_EQ(answer(o, "mode,?"), "ACK,MODE?,1");
+    size_t p2 = o.find(">p\r\n", p1 + 1);
+    EXPECT_EQ(answer(o, "p", p2), "ACK,P,0,3," + std::to_string(kStart + 20));
+    size_t p3 = o.find(">p\r\n", p2 + 1);
+    EXPECT_EQ(answer(o, "p", p3), "ACK,P,0,0," + std::to_string(kStart + 20)); // after init
+    size_t p4 = o.find(">p\r\n", p3 + 1);
+    EXPECT_EQ(answer(o, "p", p4), "ACK,P,0,1," + std::to_string(kStart + 30));
+    auto f = b.fram();
+    const size_t a = FRAM_ADDR_APF_VARS;
+    EXPECT_EQ(f[a + offsetof(apfGlobals, sys_sensor_type)], 2);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, isus_spec_period)), 123u);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_ctr)), 1u);
+    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_time)), kStart + 30);
+}
+
+TEST(ApfSession, BadHostInputNeverBlocksTheLink) {
+    scenario::Board b;
+    std::string longLine = "tint,12" + std::string(70, '9');
+    auto r = b.run("1 mode2\\r\n"
+                   "2 tint400\\r\n"
+                   "3 bake\\r\n"
+                   "4 tint,99999999999999999999\\r\n"
+                   "5 " +
+                       longLine +
+                       "\\r\n"
+                       "6 \\x01\\xff\\x80mode,1\\r\n"
+                       "7 ctd,1,2,3,4\\r\n" // no "ACK" ever comes
+                       "11 w\\r\n"
+                       "12 ctd,1,2,3,4\\r\n"
+                       "13 A\\x07\\r\n" // a letter, then garbage
+                       "14 w\\r\n"
+                       "15 spectra,300,310\\r\n"
+                       "16 w\\r\n",
+                   20);
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string &o = r.out;
+    EXPECT_EQ(answer(o, "mode2"), "NAK,MODE,FormatErr");
+    EXPECT_EQ(answer(o, "tint400"), "NAK,TINT,FormatErr");
+    EXPECT_EQ(answer(o, "bake"), "NAK,BAKE,FormatErr");
+    EXPECT_EQ(answer(o, "tint,99999999999999999999"), "NAK,TINT,RangeErr [4,4000], 999999");
+    // 63 characters are kept: the value is still cut at six digits.
+    EXPECT_EQ(answer(o, longLine), "NAK,TINT,RangeErr [4,4000], 129999");
+    // Binary bytes while idle: one "NAK" each, then the line is taken as usual.
+    EXPECT_NE(o.find("NAK\r\n\r\n>NAK\r\n\r\n>NAK\r\n\r\n>mode,1\r\nACK,MODE,1\r\n"),
+              std::string::npos);
+    // A missing "ACK" holds the link for 3 s, no longer; then it answers again.
+    size_t ctd = o.find(">ctd,1,2,3,4\r\nACK,CTD,1,2.0000,3.0000,4.00\r\n\r\n>w\r\nACK\r\n");
+    EXPECT_NE(ctd, std::string::npos) << o;
+    EXPECT_NE(o.find("ACK,CTD,1,2.0000,3.0000,4.00\r\nDBG: good char A\r\nDBG: illegal char \x07"
+                     "\r\n>\r\n>w\r\nACK\r\n"),
+              std::string::npos)
+        << o;
+    EXPECT_EQ(answer(o, "spectra,300,310"), "NAK,SPECTRA,ZCoef File Error = 0");
+    EXPECT_EQ(scenario::count(o, ">w\r\nACK\r\n"), 3u);
+    EXPECT_EQ(scenario::count(b.cardFile("ERROR.LOG"), "CTD Command ACK Failure"), 2u);
+}
+
+} // namespace

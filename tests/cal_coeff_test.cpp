@@ -1,0 +1,366 @@
+// Calibration coefficients: the export listing and the host line, the packet
+// and card imports that read them back, and the operator's entry dialogue on
+// the simulated console.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "devices.h"
+#include "sim.h"
+
+#include "board/uartstdio.h"
+#include "console/cal_coeff.h"
+#include "console/user_io.h"
+#include "core/main.h"
+#include "core/system.h"
+#include "ff.h"
+#include "files/ymodem.h"
+#include "hw_types.h"
+#include "interrupt.h"
+#include "sysctl.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// An operator at the console who answers each prompt when it has been
+// printed: a step is (how the board's text ends, what to type then).
+class Operator : public sim::SerialDevice {
+  public:
+    explicit Operator(std::vector<std::pair<std::string, std::string>> steps)
+        : steps_(std::move(steps)) {}
+    std::string seen;
+
+    uint64_t next_byte_at() override {
+        return queue_.empty() ? sim::kNever : std::max(queue_.front().first, wireFree_) + kByte;
+    }
+    uint8_t take_byte() override {
+        wireFree_ = next_byte_at();
+        uint8_t b = queue_.front().second;
+        queue_.pop_front();
+        return b;
+    }
+    void receive(uint8_t b, uint64_t at) override {
+        seen.push_back(char(b));
+        if (next_ < steps_.size()) {
+            const std::string &end = steps_[next_].first;
+            if (seen.size() >= end.size() &&
+                seen.compare(seen.size() - end.size(), end.size(), end) == 0) {
+                for (char c : steps_[next_].second) {
+                    queue_.push_back({at + sim::kCyclesPerMs, uint8_t(c)});
+                }
+                next_++;
+            }
+        }
+    }
+    size_t answered() const { return next_; }
+
+  private:
+    static constexpr uint64_t kByte = 10 * sim::kCpuHz / 115200;
+    std::vector<std::pair<std::string, std::string>> steps_;
+    size_t next_ = 0;
+    std::deque<std::pair<uint64_t, uint8_t>> queue_;
+    uint64_t wireFree_ = 0;
+};
+
+std::string e(double v) {
+    char b[32];
+    snprintf(b, sizeof b, "%e", v);
+    return b;
+}
+
+class CalCoeffTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        UARTFlushTx(true);
+        UARTFlushRx();
+        sim::reset_board();
+        card_ = fs::temp_directory_path() / ("fenwa-cal-" + std::to_string(getpid()));
+        fs::remove_all(card_);
+        fs::create_directories(card_);
+        sim::set_card_dir(card_.string());
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        UARTEchoSet(true);
+        ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
+        memset(&sys_data, 0, sizeof sys_data);
+        sys_data.baud_rate = 115200;
+        calFileFlg = 0;
+        dbg_flag = 0;
+        sample();
+        sim::console_take();
+    }
+    void TearDown() override {
+        sim::reset_board();
+        fs::remove_all(card_);
+    }
+    // A sensor's calibration, with values that need every digit of "%e".
+    static void sample() {
+        strcpy(sys_data.cal_filename, "sn042.cal");
+        strcpy(sys_data.sensor_SN, "SN042");
+        strcpy(sys_data.isfet_SN, "IF777");
+        strcpy(sys_data.ise_SN, "IS888");
+        strcpy(sys_data.PT_Cal_date, "03/14/2024");
+        strcpy(sys_data.k0_Cal_date, "04/15/2024");
+        strcpy(sys_data.service_date, "05/16/2024");
+        const float k2[4] = {-1.2345678e-3f, 2.5e-5f, -3.7512345e-7f, 4.0e-9f};
+        const float fp[7] = {1.0f, -2.123457f, 3.3e10f, -4.0e-20f, 5.55555f, -6.0f, 7.125f};
+        memcpy(sys_data.K2_Cal, k2, sizeof k2);
+        memcpy(sys_data.fP_Cal, fp, sizeof fp);
+        sys_data.k0_HCL = -1.3945012f;
+        sys_data.k0_SW = -1.4012f;
+        sys_data.k0std_SW = 4.2e-4f;
+    }
+    static std::string out() {
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    // Every value as the listing shows it.
+    static std::vector<std::string> shown() {
+        std::vector<std::string> v = {sys_data.sensor_SN, sys_data.isfet_SN, sys_data.ise_SN,
+                                      sys_data.PT_Cal_date};
+        for (float k : sys_data.K2_Cal) {
+            v.push_back(e(k));
+        }
+        for (float f : sys_data.fP_Cal) {
+            v.push_back(e(f));
+        }
+        v.push_back(sys_data.k0_Cal_date);
+        for (float k : {sys_data.k0_HCL, sys_data.k0_SW, sys_data.k0std_SW}) {
+            v.push_back(e(k));
+        }
+        v.push_back(sys_data.service_date);
+        return v;
+    }
+    fs::path card_;
+    FATFS fs_{};
+};
+
+const char *const kListing =
+    "\r\nCal filename: sn042.cal\r\n\r\n"
+    "Sensor_SN,SN042\r\nISFET_SN,IF777\r\nISE_SN,IS888\r\nPT_Cal_date,03/14/2024\r\n"
+    "k2_C0,-1.234568e-03\r\nk2_C1,2.500000e-05\r\nk2_C2,-3.751234e-07\r\nk2_C3,4.000000e-09\r\n"
+    "fP_0,1.000000e+00\r\nfP_1,-2.123457e+00\r\nfP_2,3.300000e+10\r\nfP_3,-4.000000e-20\r\n"
+    "fP_4,5.555550e+00\r\nfP_5,-6.000000e+00\r\nfP_6,7.125000e+00\r\n"
+    "k0_Cal_date,04/15/2024\r\nk0_HCl,-1.394501e+00\r\nk0_SW,-1.401200e+00\r\n"
+    "k0std_SW,4.200000e-04\r\nservice_date,05/16/2024\r\n\r\n";
+
+// The listing, saved without its file-name line, goes back in through the
+// packet import and gives every value again to "%e" precision.
+TEST_F(CalCoeffTest, ExportListingReadsBackThroughThePacketImport) {
+    export_pH_sensor_cal_coeff();
+    std::string listing = out();
+    EXPECT_EQ(listing, kListing);
+    std::vector<std::string> before = shown();
+
+    std::string file = listing.substr(listing.find("Sensor_SN"));
+    memset(&sys_data, 0xA5, sizeof sys_data);
+    parse_cal_packet(file.c_str());
+    EXPECT_EQ(shown(), before);
+
+    // Lines whose key does not match leave zeros; texts are cut to 7 and 10.
+    memset(&sys_data, 0xA5, sizeof sys_data);
+    parse_cal_packet("Sensor_SN,ABCDEFGHIJ\nISFET_SN,X\nWRONG,Y\nPT_Cal_date,2024-03-14-Z\n"
+                     "k2_C0,1.5\nk2_C9,2.5\n");
+    EXPECT_STREQ(sys_data.sensor_SN, "ABCDEFG");
+    EXPECT_STREQ(sys_data.isfet_SN, "X");
+    EXPECT_STREQ(sys_data.ise_SN, "");
+    EXPECT_STREQ(sys_data.PT_Cal_date, "2024-03-14");
+    EXPECT_EQ(sys_data.K2_Cal[0], 1.5f);
+    EXPECT_EQ(sys_data.K2_Cal[1], 0.0f);
+    EXPECT_EQ(sys_data.k0std_SW, 0.0f);
+    EXPECT_STREQ(sys_data.service_date, "");
+}
+
+TEST_F(CalCoeffTest, PacketLinesLongerThan32CharactersAreCut) {
+    char line[CAL_PACKET_LINE_MAX + 1];
+    const char *text = "Sensor_SN,0123456789012345678901234\r\nISFET_SN,A\r\n"
+                       "k0_Cal_date,01/01/2024_012345678\r\nx";
+    const char *p = egets(line, text);
+    EXPECT_STREQ(line, "Sensor_SN,0123456789012345678901");
+    p = egets(line, p);
+    EXPECT_STREQ(line, "234");
+    p = egets(line, p);
+    EXPECT_STREQ(line, "ISFET_SN,A");
+    p = egets(line, p); // exactly 32 characters: the line end is its own
+    EXPECT_STREQ(line, "k0_Cal_date,01/01/2024_012345678");
+    p = egets(line, p);
+    EXPECT_STREQ(line, "x");
+    EXPECT_EQ(*p, '\0');
+    EXPECT_EQ(egets(line, p), p); // the end of the text stays the end
+    EXPECT_STREQ(line, "");
+}
+
+TEST_F(CalCoeffTest, HostLineHasTwentyTabSeparatedFields) {
+    get_pH_sensor_cal_coeff();
+    std::string line = out();
+    EXPECT_EQ(line, "SN042\tIF777\tIS888\t03/14/2024\t-1.234568e-03\t2.500000e-05\t-3.751234e-07\t"
+                    "4.000000e-09\t1.000000e+00\t-2.123457e+00\t3.300000e+10\t-4.000000e-20\t"
+                    "5.555550e+00\t-6.000000e+00\t7.125000e+00\t04/15/2024\t-1.394501e+00\t"
+                    "-1.401200e+00\t4.200000e-04\t05/16/2024\r\n");
+}
+
+// "DF384.cal" from the card: the ISE number lands in isfet_SN, ise_SN stays;
+// the PT and k0 dates and the k0 values are shown but not stored.
+TEST_F(CalCoeffTest, CardImportOfDF384) {
+    export_pH_sensor_cal_coeff();
+    std::string listing = out();
+    std::string file = listing.substr(listing.find("Sensor_SN"));
+    file.replace(file.find("SN042"), 5, "SN9876543210");
+    file.replace(file.find("IS888"), 5, "IS999");
+    file.replace(file.find("k0_SW,-1.401200e+00"), 19, "k0_SW,-1.000000e+00");
+    {
+        std::ofstream f(card_ / "DF384.CAL", std::ios::binary);
+        f << file;
+    }
+    std::vector<std::string> before = shown();
+    strcpy(sys_data.cal_filename, "old.cal");
+    memset(sys_data.K2_Cal, 0, sizeof sys_data.K2_Cal);
+    memset(sys_data.fP_Cal, 0, sizeof sys_data.fP_Cal);
+    strcpy(sys_data.PT_Cal_date, "x");
+    strcpy(sys_data.service_date, "y");
+
+    import_pH_sensor_cal_coeff();
+    std::string o = out();
+    EXPECT_EQ(o.rfind("importing DF384.cal, " + std::to_string(file.size()) + " bytes...\r\n" +
+                          "Sensor_SN,SN9876543210\r\nISFET_SN,IF777\r\nISE_SN,IS999\r\n",
+                      0),
+              0u)
+        << o;
+    EXPECT_NE(o.find("\r\n\r\nFilename: DF384.cal\r\nSensor_SN: SN9876543210\r\n"
+                     "ISFET_SN: IS999\r\nISE_SN: IS999\r\nPT_Cal_date: 03/14/2024\r\n"
+                     "k2_C0: -1.234568e-03\r\n"),
+              std::string::npos)
+        << o;
+    EXPECT_NE(o.find("k0_SW: -1.000000e+00\r\nk0std_SW: 4.200000e-04\r\n"
+                     "service_date: 05/16/2024\r\n\r\n\r\n"),
+              std::string::npos);
+
+    EXPECT_STREQ(sys_data.cal_filename, "DF384.cal");
+    EXPECT_STREQ(sys_data.sensor_SN, "SN98765");
+    EXPECT_STREQ(sys_data.isfet_SN, "IS999");
+    EXPECT_STREQ(sys_data.ise_SN, "IS888");
+    EXPECT_STREQ(sys_data.PT_Cal_date, "x");
+    EXPECT_STREQ(sys_data.service_date, "05/16/2024");
+    EXPECT_EQ(sys_data.k0_SW, -1.4012f);
+    std::vector<std::string> now = shown();
+    for (size_t i = 4; i < 15; i++) {
+        EXPECT_EQ(now[i], before[i]) << i; // K2 and fP
+    }
+
+    fs::remove(card_ / "DF384.CAL");
+    import_pH_sensor_cal_coeff();
+    EXPECT_EQ(out(), "f_open error: FR_NO_FILE\r\n");
+}
+
+TEST_F(CalCoeffTest, OperatorEntryDialogue) {
+    sys_data.k0int = -0.4f;
+    sys_data.k0ext = -1.3f;
+    sys_data.k2int = -0.001455f;
+    sys_data.k2ext = -0.001081f;
+    sys_data.TCOffset = 500.0f;
+    sys_data.default_sal = 150.0f;
+    sys_data.quadTherm_c0 = 340.9819863;
+    sys_data.quadTherm_c1 = -9.10257e-05;
+    sys_data.quadTherm_c2 = -95.08806667;
+    sys_data.quadTherm_c3 = 0.965370274;
+    std::vector<std::pair<std::string, std::string>> steps = {
+        {"]: ", "5\r"},          {"]: ", "-0.5\r"},  // k0int: out of range, then taken
+        {"]: ", "\r"},                               // k0ext kept
+        {"]: ", "abc\r"},                            // k2int: no number, kept
+        {"]: ", "-0.002\r"},                         // k2ext
+        {"]: ", "\r"},                               // TCOffset (reset to 0 first)
+        {"]: ", "35\r"},                             // salinity
+        {"]: ", "600\r"},        {"]: ", "341.5\r"}, // c0
+        {"]: ", "\r"},           {"]: ", "\r"},      {"]: ", "\r"},
+        {"? ", "n\r"}, // no YMODEM transfer
+        {"]: ", "\r"}, // cal_filename
+        {"]: ", "SN12345678\r"}, {"]: ", "\r"},      {"]: ", "\r"},
+        {"]: ", "\r"},           {"]: ", "1.5\r"}, // Fp C0
+    };
+    for (int i = 0; i < 6 + 4; i++) {
+        steps.push_back({"]: ", "\r"}); // Fp C1..C6, K2 C0..C3
+    }
+    steps.push_back({"]: ", "\r"});      // k0_Cal_date
+    steps.push_back({"]: ", "\r"});      // k0_HCL
+    steps.push_back({"]: ", "-1.25\r"}); // k0_SW
+    steps.push_back({"]: ", "\r"});      // k0std_SW
+    steps.push_back({"]: ", "01/01/2025\r"});
+    auto op = std::make_shared<Operator>(steps);
+    sim::attach_serial(UART0_BASE, op);
+
+    enter_pH_sensor_cal_coeff();
+    wait_consoleTx();
+    EXPECT_EQ(op->answered(), steps.size());
+    const std::string &o = op->seen;
+    auto has = [&](const std::string &s) { return o.find(s) != std::string::npos; };
+    EXPECT_TRUE(has("\r\nEnter k0int (ex. -0.4) [-0.400000]: 5"));
+    EXPECT_TRUE(
+        has("Enter number between -2 and 2 (ex. -0.4)\r\nEnter k0int (ex. -0.4) [-0.400000]: "));
+    EXPECT_TRUE(has("\r\nEnter TCOffset [0.000000]: "));
+    EXPECT_TRUE(has("Salinity out of range, recommend running the test menu, qa board menu to "
+                    "initialize vars in eeprom\r\n\r\nEnter Salinity for Ext Ref pH calc (typical "
+                    "is 35) [150.000000]: "));
+    EXPECT_TRUE(has("\r\n4 Var S-H coefficients for Thermistor to Temperature Celsius:\r\n"
+                    "     c0 = 340.98198630000\r\n     c1 = -0.00009102570\r\n"
+                    "     c2 = -95.08806667000\r\n     c3 = 0.965370.11l\r\n"));
+    EXPECT_TRUE(has("Enter number between 0 and 500 (ex. 340.9819863)"));
+    EXPECT_TRUE(has("c0 = 341.50000000000"));
+    EXPECT_TRUE(has("Transfer Cal file via Teraterm YMODEM? (Y/N) [N]? "));
+    EXPECT_TRUE(has("sensor_SN [SN042]: SN12345678\r\n\r          [SN12345]\r\n"));
+    EXPECT_TRUE(has("Enter Fp C0  [1.000000e+00]: 1.5\r\n\r             [1.500000e+00]\r\n"));
+    EXPECT_TRUE(has("Enter Fp C1  [-2.123457e+00]: \r\n\rEnter Fp C2  "));
+    EXPECT_TRUE(has("Enter k0_SW  [-1.401200e+00]: -1.25\r\n\r         [-1.250000e+00]\r\n"));
+    EXPECT_TRUE(has("service_date [05/16/2024]: 01/01/2025\r\n\r             [01/01/2025]\r\n"));
+
+    EXPECT_EQ(sys_data.k0int, -0.5f);
+    EXPECT_EQ(sys_data.k0ext, -1.3f);
+    EXPECT_EQ(sys_data.k2int, -0.001455f);
+    EXPECT_EQ(sys_data.k2ext, -0.002f);
+    EXPECT_EQ(sys_data.TCOffset, 0.0f);
+    EXPECT_EQ(sys_data.default_sal, 35.0f);
+    EXPECT_EQ(sys_data.quadTherm_c0, 341.5);
+    EXPECT_EQ(sys_data.quadTherm_c1, -9.10257e-05);
+    EXPECT_STREQ(sys_data.sensor_SN, "SN12345");
+    EXPECT_STREQ(sys_data.cal_filename, "sn042.cal");
+    EXPECT_EQ(sys_data.fP_Cal[0], 1.5f);
+    EXPECT_EQ(sys_data.k0_SW, -1.25f);
+    EXPECT_STREQ(sys_data.service_date, "01/01/2025");
+}
+
+// At another baud rate than 115200 the import warns and waits 16 s after
+// the transfer; Ctrl-C ends the receive.
+TEST_F(CalCoeffTest, YmodemImportAtSlowBaud) {
+    sys_data.baud_rate = 9600;
+    auto op = std::make_shared<Operator>(std::vector<std::pair<std::string, std::string>>{
+        {"? ", "y\r"}, {"Ymodem rcv:\r\n", "\x03"}});
+    sim::attach_serial(UART0_BASE, op);
+    double t0 = sim::now_seconds();
+    import_ymodem_cal_coeff();
+    wait_consoleTx();
+    EXPECT_GE(sim::now_seconds() - t0, 17.0);
+    std::string expect = "\r\n\r\nTransfer Cal file via Teraterm YMODEM? (Y/N) [N]? y\r\n\r"
+                         "OK!  Calling ymodem_receive...(Ctrl-C to cancel)\r\n"
+                         "TeraTerm: File->Transfer->Ymodem->Send *.cal file\r\n"
+                         "   Note: 15 sec delay after transfer for slow baud ymodem workaround\r\n"
+                         "Ymodem rcv:\r\nC\x18\x18";
+    for (int i = 0; i < 8; i++) {
+        expect += "   delay...\r\n";
+    }
+    EXPECT_EQ(op->seen, expect + "\r\n\r\n");
+    EXPECT_EQ(calFileFlg, 0);
+}
+
+} // namespace

@@ -1,0 +1,723 @@
+// Temperature and pH: the firmware's results bit for bit against the written
+// formulas, each rounding to single precision shown to matter, the reference
+// values, and the bath calibration dialogue running the chemistry backwards.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "devices.h"
+#include "inst_models.h"
+#include "scenario.h"
+#include "sim.h"
+
+#include "board/board_util.h"
+#include "board/uartstdio.h"
+#include "console/user_io.h"
+#include "core/system.h"
+#include "hw_types.h"
+#include "instruments/ctd_base.h"
+#include "interrupt.h"
+#include "measure/ph.h"
+#include "sysctl.h"
+
+namespace {
+
+uint32_t bits(float f) {
+    uint32_t u;
+    std::memcpy(&u, &f, sizeof u);
+    return u;
+}
+
+// ---- reference evaluation ----------------------------------------------------
+// The formulas as written, evaluated in double; each rounding to single
+// precision can be switched off on its own (bit i of `mask`). All bits set is
+// the instrument's arithmetic; none is the all-double evaluation.
+struct Rounder {
+    uint64_t mask;
+    double operator()(double x, int point) const {
+        return ((mask >> point) & 1u) ? (double)(float)x : x;
+    }
+};
+constexpr uint64_t kAll = ~0ull;
+
+struct Coeffs {
+    double c0 = 340.9819863, c1 = -9.10257e-05, c2 = -95.08806667, c3 = 0.965370274;
+};
+
+enum { T_SEL, T_POINTS };
+double ref_temp(float V, float off, int alg, const Coeffs &c, uint64_t mask) {
+    Rounder r{mask};
+    double R = 20000.0 / ((3.3 / (double)V) - 1.0);
+    double t = 0.0;
+    if (alg == 0) {
+        double x = std::log10(R);
+        t = c.c0 + c.c1 * R + c.c2 * x + c.c3 * std::pow(x, 3.0);
+    } else if (alg == 1) {
+        double x = std::log(R);
+        t = 1.0 / (c.c0 + c.c2 * x + c.c3 * std::pow(x, 3.0));
+    }
+    return r(t, T_SEL) + (double)off;
+}
+
+enum { I_TK, I_ST, I_D, I_EO, I_DIFF, I_POINTS };
+const char *const kIntNames[] = {"T_K", "S_T", "d", "Eoint", "Eint-Eoint"};
+double ref_pHint(float E, float TC, float k0int, uint64_t mask) {
+    Rounder r{mask};
+    double TK = r((double)TC + 273.15, I_TK);
+    double ST = r(TK * 8.31451 / 96487.0 * 2.302585, I_ST);
+    double d = r((double)TC - 25.0, I_D);
+    double Eo = r((double)k0int + d * -0.0011012, I_EO);
+    return r((double)E - Eo, I_DIFF) / ST;
+}
+
+enum {
+    X_TK,
+    X_ST,
+    X_DT,
+    X_EO,
+    X_Z,
+    X_SO4,
+    X_MCL,
+    X_Q1,
+    X_Q2,
+    X_Q3,
+    X_Q4,
+    X_K,
+    X_DH,
+    X_LG,
+    X_EDIFF,
+    X_FREE,
+    X_RDIV,
+    X_RADD,
+    X_POINTS
+};
+const char *const kExtNames[] = {"T_K",        "S_T",    "TC-25",   "Eoext",          "Z",
+                                 "SO4_tot",    "mCl",    "q1/T_K",  "q2/T_K",         "q3/T_K",
+                                 "q4/T_K",     "K_HSO4", "DHconst", "log10gamma_HCl", "Eoext-Eext",
+                                 "pHext_free", "SO4/K",  "1+SO4/K"};
+double ref_pHext(float E, float TC, float S, float k0ext, uint64_t mask) {
+    Rounder r{mask};
+    const double tc = TC, s = S;
+    double TK = r(tc + 273.15, X_TK);
+    double ST = r(TK * 8.31451 / 96487.0 * 2.302585, X_ST);
+    double Eo = r((double)k0ext + r(tc - 25.0, X_DT) * -0.0010482, X_EO);
+    double Z = r((s * 19.924) / (1000.0 - s * 1.005), X_Z);
+    double SO4 = r((s / 1.80655) * 0.001457392100934813, X_SO4);
+    double mCl = r((s * 0.028175048655967053) / 1.80655, X_MCL);
+    double lnT = std::log(TK);
+    double K = r(std::exp(-4276.1 / TK + 141.328 - 23.093 * lnT +
+                          (r(-13856.0 / TK, X_Q1) + 324.57 - 47.986 * lnT) * std::sqrt(Z) +
+                          (r(35474.0 / TK, X_Q2) - 771.54 + 114.723 * lnT) * Z -
+                          r(2698.0 / TK, X_Q3) * std::pow(std::sqrt(Z), 3.0) +
+                          r(1776.0 / TK, X_Q4) * std::pow(Z, 2.0) + std::log(1.0 - 0.001005 * s)),
+                 X_K);
+    double DH = r(std::pow(tc, 2.0) * 3.43e-06 + tc * 0.00067524 + 0.49172143, X_DH);
+    double lg = r(
+        2.0 * ((-DH) * std::sqrt(Z) / (1.0 + 1.394 * std::sqrt(Z)) + (0.08885 - 0.000111 * tc) * Z),
+        X_LG);
+    double free = r(-(r(Eo - (double)E, X_EDIFF) - ST * (std::log10(mCl) + lg)) / ST, X_FREE);
+    return free - std::log10(r(1.0 + r(SO4 / K, X_RDIV), X_RADD));
+}
+
+enum {
+    C_TK,
+    C_ST,
+    C_PS,
+    C_SUB,
+    C_K0INT,
+    C_Z,
+    C_SO4,
+    C_MCL,
+    C_SQRTZ,
+    C_Q1,
+    C_Q2,
+    C_Q3,
+    C_Q4,
+    C_ZZ,
+    C_ZZQ,
+    C_K,
+    C_FREE,
+    C_DH,
+    C_LG,
+    C_AH,
+    C_AHCL,
+    C_EO,
+    C_K0EXT,
+    C_POINTS
+};
+const char *const kCalNames[] = {
+    "T_K",     "S_T",      "pHcal*S_T", "Vint-pHcal*S_T", "k0int_new",      "Z",      "SO4_tot",
+    "mCl",     "sqrtZ",    "q1/T_K",    "q2/T_K",         "q3/T_K",         "q4/T_K", "Z*Z",
+    "Z*Z*q4",  "K_HSO4",   "pH_free",   "DHconst",        "log10gamma_HCl", "aH",     "aHCl",
+    "Eoext_T", "k0ext_new"};
+struct CalOut {
+    double k0int, k0ext;
+};
+CalOut ref_calib(float pHcal, float Vint, float Vext, float T, float S, uint64_t mask) {
+    Rounder r{mask};
+    const double t = T, s = S;
+    double TK = r(t + 273.15, C_TK);
+    double ST = r(TK * 8.31451 / 96487.0 * std::log(10.0), C_ST);
+    double k0int =
+        r(r((double)Vint - r((double)pHcal * ST, C_PS), C_SUB) + (25.0 - t) * -0.0011012, C_K0INT);
+    double Z = r((s * 19.924) / (1000.0 - s * 1.005), C_Z);
+    double SO4 = r((s / 1.80655) * 0.001457392100934813, C_SO4);
+    double mCl = r((s * 0.028175048655967053) / 1.80655, C_MCL);
+    double sqrtZ = r(std::sqrt(Z), C_SQRTZ);
+    double lnT = std::log(TK);
+    double K =
+        r(std::exp(-4276.1 / TK + 141.328 - 23.093 * lnT +
+                   (r(-13856.0 / TK, C_Q1) + 324.57 - 47.986 * lnT) * sqrtZ +
+                   (r(35474.0 / TK, C_Q2) - 771.54 + 114.723 * lnT) * Z -
+                   r(2698.0 / TK, C_Q3) * std::pow(Z, 1.5) +
+                   r(r(Z * Z, C_ZZ) * r(1776.0 / TK, C_Q4), C_ZZQ) + std::log(1.0 - 0.001005 * s)),
+          C_K);
+    double free = r((double)pHcal + std::log10(1.0 + SO4 / K), C_FREE);
+    double DH = r(t * 3.43e-06 * t + t * 0.00067524 + 0.49172143, C_DH);
+    double g = sqrtZ * (-DH) / (1.0 + 1.394 * sqrtZ) + (0.08885 - 0.000111 * t) * Z;
+    double lg = r(g + g, C_LG);
+    double aH = r(std::pow(10.0, -free), C_AH);
+    double aHCl = r((mCl * aH) * std::pow(10.0, lg), C_AHCL);
+    double Eo = r((double)Vext + ST * std::log10(aHCl), C_EO);
+    double k0ext = r(Eo + (25.0 - t) * -0.0010482, C_K0EXT);
+    return {k0int, k0ext};
+}
+
+// The default calibration of the record.
+void default_chemistry() {
+    Coeffs c;
+    sys_data.k0int = -0.4f;
+    sys_data.k0ext = -1.3f;
+    sys_data.TCOffset = 0.0f;
+    sys_data.quadTherm_c0 = c.c0;
+    sys_data.quadTherm_c1 = c.c1;
+    sys_data.quadTherm_c2 = c.c2;
+    sys_data.quadTherm_c3 = c.c3;
+    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
+}
+
+// Seeded sensor readings over the ocean's range.
+struct Reading {
+    float E, TC, S;
+};
+std::vector<Reading> readings(double eLo, double eHi, size_t n) {
+    // Drawn in double and rounded once, so the values carry all 24 bits.
+    std::mt19937 gen(20240305u);
+    std::uniform_real_distribution<double> e(eLo, eHi), tc(-2.0, 35.0), s(2.0, 42.0);
+    std::vector<Reading> out;
+    for (size_t i = 0; i < n; i++) {
+        double ev = e(gen), tv = tc(gen), sv = s(gen);
+        out.push_back(Reading{(float)ev, (float)tv, (float)sv});
+    }
+    return out;
+}
+
+// For each rounding point: on how many of the readings switching only that
+// point off changes the result.
+template <typename F> std::vector<int> effect_of_each_point(int points, size_t n, F result_float) {
+    std::vector<int> changed(points, 0);
+    for (size_t i = 0; i < n; i++) {
+        float all = result_float(i, kAll);
+        for (int p = 0; p < points; p++) {
+            if (bits(result_float(i, kAll & ~(1ull << p))) != bits(all)) {
+                changed[p]++;
+            }
+        }
+    }
+    return changed;
+}
+
+class PhMath : public ::testing::Test {
+  protected:
+    void SetUp() override { default_chemistry(); }
+};
+
+TEST_F(PhMath, ThermistorTemperature) {
+    // 1.65 V as a float is not exactly half of 3.3 V: 19999.9994 ohm.
+    double R = 20000.0 / ((3.3 / (double)1.65f) - 1.0);
+    EXPECT_NEAR(R, 19999.9994, 0.00005);
+    EXPECT_NE(R, 20000.0);
+
+    Coeffs c;
+    for (float off : {0.0f, 0.0125f, -0.37f}) {
+        for (int alg : {0, 1, 2}) {
+            sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = (uint8_t)alg;
+            for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
+                float fw = DuraFET_temp(V, off);
+                ASSERT_EQ(bits(fw), bits((float)ref_temp(V, off, alg, c, kAll)))
+                    << "V " << V << " off " << off << " alg " << alg;
+            }
+        }
+    }
+
+    // Quadratic fit at 1.65 V: about 7.6 degC; the rounding of the fit's value
+    // before the offset is added shows on some voltages.
+    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
+    float t165 = DuraFET_temp(1.65f, 0.0f);
+    EXPECT_EQ(bits(t165), bits((float)ref_temp(1.65f, 0.0f, 0, c, kAll)));
+    int differs = 0;
+    for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
+        differs += bits(DuraFET_temp(V, 0.0125f)) !=
+                   bits((float)ref_temp(V, 0.0125f, 0, c, kAll & ~(1ull << T_SEL)));
+    }
+    EXPECT_GT(differs, 0);
+
+    // Algorithm 1: 1/(c0 + c2 ln R + c3 ln^3 R) with no kelvin conversion.
+    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 1;
+    double lnR = std::log(R);
+    float sh = (float)(1.0 / (c.c0 + c.c2 * lnR + c.c3 * std::pow(lnR, 3.0)));
+    EXPECT_EQ(bits(DuraFET_temp(1.65f, 0.5f)), bits(sh + 0.5f));
+
+    // Any other value: the offset alone.
+    for (uint8_t alg : {2, 3, 255}) {
+        sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = alg;
+        EXPECT_EQ(bits(DuraFET_temp(1.65f, 0.0f)), bits(0.0f));
+        EXPECT_EQ(bits(DuraFET_temp(0.9f, -0.37f)), bits(-0.37f));
+    }
+}
+
+TEST_F(PhMath, InternalReferencePh) {
+    // At 25 degC the slope term drops out; S_T is 0.05915866 V.
+    float TK = (float)(25.0f + 273.15);
+    float ST = (float)(TK * 8.31451 / 96487.0 * 2.302585);
+    char text[32];
+    std::snprintf(text, sizeof text, "%.8g", (double)ST);
+    EXPECT_STREQ(text, "0.05915866");
+    EXPECT_EQ(bits(ST), bits(0.05915866f));
+    for (float E : {0.0731f, 0.0855f, -0.4f, 0.4f}) {
+        EXPECT_EQ(bits(calc_pHint(E, 25.0f)), bits((E - sys_data.k0int) / ST)) << E;
+    }
+    EXPECT_EQ(calc_pHint(-0.4f, 25.0f), 0.0f);
+
+    const size_t n = 3000;
+    std::vector<Reading> rd = readings(0.02, 0.12, n);
+    for (size_t i = 0; i < n; i++) {
+        float fw = calc_pHint(rd[i].E, rd[i].TC);
+        ASSERT_EQ(bits(fw), bits((float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, kAll))) << i;
+    }
+    // Every rounding point matters, and so does the whole of them.
+    std::vector<int> changed = effect_of_each_point(I_POINTS, n, [&](size_t i, uint64_t m) {
+        return (float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, m);
+    });
+    for (int p = 0; p < I_POINTS; p++) {
+        EXPECT_GT(changed[p], 0) << kIntNames[p];
+    }
+    int differs = 0;
+    for (size_t i = 0; i < n; i++) {
+        differs += (double)calc_pHint(rd[i].E, rd[i].TC) != ref_pHint(rd[i].E, rd[i].TC, -0.4f, 0);
+        differs += bits(calc_pHint(rd[i].E, rd[i].TC)) !=
+                   bits((float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, 0));
+    }
+    EXPECT_GT(differs, (int)n);
+}
+
+TEST_F(PhMath, ExternalReferencePh) {
+    // Seawater readings, then a wide range: two references within a factor
+    // of two subtract exactly, so Eoext - Eext rounds only far from the
+    // ocean's values.
+    std::vector<Reading> rd = readings(-0.88, -0.74, 20000);
+    std::vector<Reading> wide = readings(-1.6, 0.4, 20000);
+    rd.insert(rd.end(), wide.begin(), wide.end());
+    const size_t n = rd.size();
+    for (size_t i = 0; i < n; i++) {
+        float fw = calc_pHext(rd[i].E, rd[i].TC, rd[i].S);
+        ASSERT_EQ(bits(fw), bits((float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, kAll)))
+            << "E " << rd[i].E << " TC " << rd[i].TC << " S " << rd[i].S;
+    }
+    std::vector<int> changed = effect_of_each_point(X_POINTS, n, [&](size_t i, uint64_t m) {
+        return (float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, m);
+    });
+    for (int p = 0; p < X_POINTS; p++) {
+        EXPECT_GT(changed[p], 0) << kExtNames[p];
+    }
+    int differs = 0;
+    for (size_t i = 0; i < n; i++) {
+        differs += bits(calc_pHext(rd[i].E, rd[i].TC, rd[i].S)) !=
+                   bits((float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, 0));
+    }
+    EXPECT_GT(differs, (int)n / 2);
+
+    // Fresh water: no chloride, log10(0), not guarded.
+    float fresh = calc_pHext(-0.95f, 20.0f, 0.0f);
+    EXPECT_TRUE(std::isinf(fresh) && fresh < 0.0f) << fresh;
+    EXPECT_TRUE(std::isinf(calc_pHext(-0.95f, 25.0f, 0.0f)));
+}
+
+// ---- the calibration dialogue --------------------------------------------------
+
+class PhCalib : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        sim::reset_board();
+        std::memset(&sys_data, 0, sizeof sys_data);
+        default_chemistry();
+        sys_data.baud_rate = 115200;
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        UARTEchoSet(false); // the transcript is the instrument's own output
+        UARTFlushRx();
+        sim::console_take();
+        // A dialogue waiting for input that never comes fails the test.
+        sim::knobs().time_limit = sim::state().now + 600ull * sim::kCpuHz;
+    }
+    void TearDown() override { sim::knobs().time_limit = 10ull * 86400 * sim::kCpuHz; }
+
+    // Runs the dialogue on the answers given; returns what it printed.
+    static std::string calib(const std::string &answers) {
+        sim::console_feed(answers);
+        try {
+            ph_calib();
+        } catch (const sim::CycleEnd &) {
+            ADD_FAILURE() << "ph_calib still waiting for input";
+        }
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    // A manual calibration; returns the new constants (stored on "y").
+    static std::string manual(const char *pH, const char *vint, const char *vext, const char *t,
+                              const char *s, const char *accept = "y") {
+        return calib(std::string(pH) + "\rn\r" + vint + "\r" + vext + "\r" + t + "\r" + s + "\r" +
+                     accept + "\r");
+    }
+};
+
+TEST_F(PhCalib, ManualPathTranscript) {
+    sys_data.TCOffset = 0.25f;
+    std::string out = manual("8.1", "0.0731", "-0.9838", "12.5", "34.5");
+    CalOut ref = ref_calib(8.1f, 0.0731f, -0.9838f, 12.5f, 34.5f, kAll);
+    char expect[1024];
+    std::snprintf(expect, sizeof expect,
+                  "\r\nph_calib() not supported in this version\r\n"
+                  "\r\n\r\nEnter pH calibration point [0.000]: "
+                  "pH cal pt = 8.100\r\n"
+                  "Perform automatic DuraFET calibration (Y/N) [N]? "
+                  "\r\n\r\nEnter Vrsi [0.000000]: "
+                  "\r\n\r\nEnter Vrse [0.000000]: "
+                  "\r\nEnter bath temperature [0.000000]: "
+                  "\r\nEnter bath salinity [0.000000]: "
+                  "\r\n\r\nEo Int @ 25C = %f"
+                  "\r\nEo Ext @ 25C = %f"
+                  "\r\nTCOffset = 0.250000\r\n\r\n"
+                  "Accept and store calibration values(Y/N) [N]? "
+                  "\r\nCalibration values stored",
+                  (double)(float)ref.k0int, (double)(float)ref.k0ext);
+    EXPECT_EQ(out, expect);
+    EXPECT_EQ(bits(sys_data.k0int), bits((float)ref.k0int));
+    EXPECT_EQ(bits(sys_data.k0ext), bits((float)ref.k0ext));
+    EXPECT_EQ(bits(sys_data.TCOffset), bits(0.25f)); // no thermistor on this path
+
+    // The entries come back as defaults; Enter alone keeps them. Declined
+    // values change nothing.
+    float k0int = sys_data.k0int, k0ext = sys_data.k0ext;
+    out = calib("\r\r\r\r\r\rn\r");
+    EXPECT_NE(out.find("[8.100]: DEBUG: getUserInput fails to return 1\r\n"), std::string::npos);
+    EXPECT_NE(out.find("Enter Vrsi [0.073100]: "), std::string::npos);
+    EXPECT_NE(out.find("Enter Vrse [-0.983800]: "), std::string::npos);
+    EXPECT_NE(out.find("Enter bath temperature [12.500000]: "), std::string::npos);
+    EXPECT_NE(out.find("Enter bath salinity [34.500000]: "), std::string::npos);
+    EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
+    EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
+    EXPECT_EQ(bits(sys_data.k0ext), bits(k0ext));
+}
+
+TEST_F(PhCalib, BadEntriesAreRefusedOrKept) {
+    std::string longLine(10000, '7');
+    std::string out = calib("15\r-0.5\rnan\r14\r" // out of range, then a valid bound
+                            "\x01\xff garbage\r"  // not a yes
+                            "2.5\r-3\r" +
+                            longLine +
+                            "\r0.05\r"   // range, overlong, valid
+                            "x\r"        // Vrse unreadable: kept
+                            "101\r100\r" // temperature
+                            "abc\r"      // salinity kept
+                            "\r");       // declined
+    EXPECT_EQ(scenario::count(out, "\r\nEnter between 0 and 14"), 3u);
+    EXPECT_NE(out.find("pH cal pt = 14.000\r\n"), std::string::npos);
+    EXPECT_EQ(scenario::count(out, "Enter number between -2 and 2\r\n\r\n"), 2u);
+    EXPECT_EQ(scenario::count(out, "\r\nEnter between 0 and 100"), 1u);
+    EXPECT_EQ(scenario::count(out, "Enter bath salinity"), 1u);
+    EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
+
+    out = calib("seven\rn\r\r\r\r\rn\r");
+    EXPECT_NE(out.find("[14.000]: DEBUG: sscanf fails to return 1\r\n"), std::string::npos);
+    EXPECT_NE(out.find("Enter Vrsi [0.050000]: "), std::string::npos);
+    EXPECT_NE(out.find("Enter bath temperature [100.000000]: "), std::string::npos);
+}
+
+// At 25 degC the calibration is the inverse of the pH computations.
+TEST_F(PhCalib, InvertsThePhComputationsAt25C) {
+    struct {
+        const char *pH, *vint, *vext, *sal;
+    } cases[] = {{"8.0", "0.0731", "-0.9838", "35"},
+                 {"7.613", "0.0502", "-1.0125", "33.2"},
+                 {"4.0", "-0.161", "-1.2", "20"},
+                 {"9.25", "0.161", "-0.9", "38.75"}};
+    for (const auto &c : cases) {
+        manual(c.pH, c.vint, c.vext, "25", c.sal);
+        float pH = std::strtof(c.pH, nullptr), vint = std::strtof(c.vint, nullptr);
+        float vext = std::strtof(c.vext, nullptr), sal = std::strtof(c.sal, nullptr);
+        CalOut ref = ref_calib(pH, vint, vext, 25.0f, sal, kAll);
+        EXPECT_EQ(bits(sys_data.k0int), bits((float)ref.k0int)) << c.pH;
+        EXPECT_EQ(bits(sys_data.k0ext), bits((float)ref.k0ext)) << c.pH;
+
+        // k0int is Vint - pHcal * S_T exactly, in single precision.
+        float ST = (float)((float)(25.0f + 273.15) * 8.31451 / 96487.0 * std::log(10.0));
+        EXPECT_EQ(bits(sys_data.k0int), bits(vint - pH * ST)) << c.pH;
+        EXPECT_NEAR(calc_pHint(vint, 25.0f), pH, 2e-5) << c.pH;
+        EXPECT_NEAR(calc_pHext(vext, 25.0f, sal), pH, 5e-5) << c.pH;
+    }
+}
+
+// Every rounding of the calibration arithmetic reaches the stored constants.
+// Most of them act through logarithms and show in one input out of tens or
+// hundreds, so the inputs that show each one are found with the written
+// formulas first and then typed into the dialogue.
+TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
+    struct Entry {
+        std::array<std::string, 5> text; // pH, Vrsi, Vrse, temperature, salinity
+        std::array<float, 5> v;          // as the dialogue reads them
+    };
+    std::mt19937 gen(7u);
+    std::uniform_real_distribution<float> ph(6.5f, 9.0f), vi(0.0f, 0.15f), ve(-1.1f, -0.7f),
+        t(1.0f, 30.0f), s(5.0f, 40.0f);
+    auto entry = [&]() {
+        Entry e;
+        const char *fmt[5] = {"%.4f", "%.6f", "%.6f", "%.4f", "%.4f"};
+        float raw[5] = {ph(gen), vi(gen), ve(gen), t(gen), s(gen)};
+        for (int k = 0; k < 5; k++) {
+            char a[24];
+            std::snprintf(a, sizeof a, fmt[k], (double)raw[k]);
+            e.text[k] = a;
+            e.v[k] = std::strtof(a, nullptr);
+        }
+        return e;
+    };
+    auto ref = [](const Entry &e, uint64_t m) {
+        CalOut o = ref_calib(e.v[0], e.v[1], e.v[2], e.v[3], e.v[4], m);
+        return std::array<uint32_t, 2>{bits((float)o.k0int), bits((float)o.k0ext)};
+    };
+
+    // k0int_new and k0ext_new are the stored values themselves.
+    std::vector<Entry> shows(C_POINTS);
+    std::vector<bool> found(C_POINTS, false);
+    found[C_K0INT] = found[C_K0EXT] = true;
+    for (int i = 0; i < 20000; i++) {
+        Entry e = entry();
+        auto all = ref(e, kAll);
+        for (int p = 0; p < C_POINTS; p++) {
+            if (!found[p] && ref(e, kAll & ~(1ull << p)) != all) {
+                found[p] = true;
+                shows[p] = e;
+            }
+        }
+    }
+    std::vector<Entry> typed;
+    for (int p = 0; p < C_POINTS; p++) {
+        EXPECT_TRUE(found[p]) << kCalNames[p];
+        if (p != C_K0INT && p != C_K0EXT && found[p]) {
+            typed.push_back(shows[p]);
+        }
+    }
+    for (int i = 0; i < 8; i++) {
+        typed.push_back(entry());
+    }
+
+    int fromAllDouble = 0;
+    for (const Entry &e : typed) {
+        manual(e.text[0].c_str(), e.text[1].c_str(), e.text[2].c_str(), e.text[3].c_str(),
+               e.text[4].c_str());
+        auto all = ref(e, kAll);
+        ASSERT_EQ(bits(sys_data.k0int), all[0]) << e.text[0] << " " << e.text[1];
+        ASSERT_EQ(bits(sys_data.k0ext), all[1]) << e.text[0] << " " << e.text[2];
+        fromAllDouble += ref(e, 0) != all;
+    }
+    EXPECT_GT(fromAllDouble, 0);
+}
+
+// ---- the automatic path: sensor and CTD in the simulated bath --------------------
+
+// Answers the dialogue like an operator watching the console: each step waits
+// for its cue in what the instrument has printed so far, then types. Runs
+// from the SysTick interrupt so it can act while the firmware waits.
+struct Operator {
+    struct Step {
+        std::function<bool(const std::string &)> cue;
+        std::string keys;
+    };
+    std::vector<Step> steps;
+    size_t next = 0;
+    std::string seen;
+};
+Operator *g_operator = nullptr;
+
+void operator_tick() {
+    SysTickIntHandler();
+    Operator &op = *g_operator;
+    op.seen += sim::console_take();
+    if (op.next < op.steps.size() && op.steps[op.next].cue(op.seen)) {
+        sim::console_feed(op.steps[op.next].keys);
+        op.next++;
+    }
+}
+
+// The rows of running means printed so far, as numbers.
+std::vector<std::array<double, 10>> calib_rows(const std::string &text) {
+    std::vector<std::array<double, 10>> rows;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find("\r\n", pos);
+        std::string line = text.substr(pos, end == std::string::npos ? end : end - pos);
+        pos = end == std::string::npos ? text.size() : end + 2;
+        if (std::count(line.begin(), line.end(), '\t') != 9 || line.find("Vrsi") != line.npos) {
+            continue;
+        }
+        std::array<double, 10> r{};
+        if (std::sscanf(line.c_str(), "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf", &r[0],
+                        &r[1], &r[2], &r[3], &r[4], &r[5], &r[6], &r[7], &r[8], &r[9]) == 10) {
+            rows.push_back(r);
+        }
+    }
+    return rows;
+}
+
+class PhCalibBath : public PhCalib {
+  protected:
+    void SetUp() override {
+        sim::Environment env;
+        env.ph = 8.0;
+        env.temp_c = 25.0;
+        env.salinity = 35.0;
+        env.ctd = "sbe37";
+        sim::set_environment(env);
+        PhCalib::SetUp();
+        sim::set_environment(env);
+        init_sys_data_default();
+        sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
+        sys_data.data_cfg[CFG_UART4_INST] = 6; // SBE37
+        ctd = ctdDriver{};
+        sim::attach_serial(UART4_BASE, std::make_shared<sim::Sbe37Model>());
+        sim::console_take();
+        sim::knobs().time_limit = sim::state().now + 1200ull * sim::kCpuHz;
+    }
+    void TearDown() override {
+        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
+        g_operator = nullptr;
+        sim::set_environment(sim::Environment());
+        PhCalib::TearDown();
+    }
+    std::string run(Operator &op) {
+        g_operator = &op;
+        sim::set_irq_handler(FAULT_SYSTICK, operator_tick);
+        try {
+            ph_calib();
+        } catch (const sim::CycleEnd &) {
+            ADD_FAILURE() << "ph_calib still waiting; operator at step " << op.next;
+        }
+        wait_consoleTx();
+        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
+        op.seen += sim::console_take();
+        return op.seen;
+    }
+    static std::function<bool(const std::string &)> shows(const std::string &text, size_t n = 1) {
+        return [text, n](const std::string &s) { return scenario::count(s, text) >= n; };
+    }
+    static std::function<bool(const std::string &)> rows(size_t n) {
+        return [n](const std::string &s) { return calib_rows(s).size() >= n; };
+    }
+};
+
+TEST_F(PhCalibBath, AutomaticCalibrationInTheModelBath) {
+    Operator op;
+    op.steps = {
+        {shows("Enter pH calibration point"), "8.0\r"},
+        {shows("Perform automatic DuraFET calibration (Y/N) [N]? "), "y\r"},
+        {rows(2), "\x18"}, // gives up the CTD sample of the third pass
+        {rows(7), "k"},
+        {shows("Values acceptable (Y/N) [N]? "), "n\r"}, // more rows
+        {rows(9), "k"},
+        {shows("Values acceptable (Y/N) [N]? ", 2), "y\r"},
+        {shows("Accept and store calibration values(Y/N) [N]? "), "y\r"},
+    };
+    std::string out = run(op);
+    EXPECT_EQ(op.next, op.steps.size());
+
+    EXPECT_NE(
+        out.find("Perform automatic DuraFET calibration (Y/N) [N]? "
+                 "Place DuraFET and MicroCAT in calibration bath.\r\n"
+                 "Hit any key when values have stabilized...\r\n"
+                 "\r\n\r\n    Vrsi\t Vrsi-SD\t    Vrse\t Vrse-SD\t  Vtherm\tVthermSD\t   TempC\t"
+                 "TempC-SD\tSalinity\tSal-SD\r\n"),
+        std::string::npos)
+        << out;
+    EXPECT_EQ(scenario::count(out, "Sal-SD"), 1u); // one header for fewer than 20 rows
+    EXPECT_EQ(scenario::count(out, "Average of last 5 values\r\nVint = "), 2u);
+    EXPECT_NE(out.find("\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
+                       "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
+                       "Values acceptable (Y/N) [N]? "),
+              std::string::npos);
+    EXPECT_NE(out.find("\r\nCalibration values stored"), std::string::npos);
+
+    std::vector<std::array<double, 10>> r = calib_rows(out);
+    ASSERT_GE(r.size(), 9u);
+    // Running means over five cells, empty ones zero: the first rows ramp up,
+    // the fifth pass lands on the mean cell and is lost, the sixth fills the
+    // row. The third pass lost its CTD sample to CTRL-X.
+    const double vi = r.back()[0], T = 25.0, S = 35.0;
+    const double ramp[6] = {0.2, 0.4, 0.6, 0.8, 0.8, 1.0};
+    const double ctdRamp[6] = {0.2, 0.4, 0.4, 0.6, 0.6, 0.8};
+    for (int k = 0; k < 6; k++) {
+        EXPECT_NEAR(r[k][0], ramp[k] * vi, 2e-5) << "row " << k + 1;
+        EXPECT_NEAR(r[k][6], ctdRamp[k] * T, 1e-4) << "row " << k + 1;
+        EXPECT_NEAR(r[k][8], ctdRamp[k] * S, 1e-4) << "row " << k + 1;
+    }
+    // Spread: the root of the summed squares, not divided by the count.
+    double m = 0.2 * T, ss = std::pow(T - m, 2) + 4 * std::pow(m, 2);
+    EXPECT_NEAR(r[0][7], std::sqrt(ss), 1e-4);
+    // The third-pass gap has left the five cells by the ninth pass.
+    EXPECT_NEAR(r[8][6], T, 1e-4);
+    EXPECT_NEAR(r[8][7], 0.0, 1e-4);
+
+    // The model's water follows the factory calibration: the bath gives it
+    // back, and the thermistor agrees with the CTD.
+    EXPECT_NEAR(sys_data.k0int, -0.4, 1e-4);
+    EXPECT_NEAR(sys_data.k0ext, -1.3, 2e-4);
+    EXPECT_NEAR(sys_data.TCOffset, 0.0, 0.01);
+    EXPECT_NEAR(calc_pHint((float)vi, 25.0f), 8.0, 5e-4); // vi as printed: 10 uV
+}
+
+// A CTD type with no driver gives no bath values; Enter alone keeps the
+// offered defaults and nothing is stored.
+TEST_F(PhCalibBath, AutomaticCalibrationWithoutCtd) {
+    sys_data.data_cfg[CFG_UART4_INST] = 5;
+    ctd.tempC = 0.0f;
+    ctd.salt = 0.0f;
+    const float k0int = sys_data.k0int;
+    Operator op;
+    op.steps = {
+        {shows("Enter pH calibration point"), "\r"},
+        {shows("Perform automatic DuraFET calibration (Y/N) [N]? "), "Y\r"},
+        {rows(1), "\r"},
+        {shows("Values acceptable (Y/N) [N]? "), "y\r"},
+        {shows("Accept and store calibration values(Y/N) [N]? "), "\r"},
+    };
+    std::string out = run(op);
+    EXPECT_EQ(op.next, op.steps.size());
+    EXPECT_NE(out.find("MicroCAT Temperature = 0.000000 C"), std::string::npos);
+    EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
+    EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
+}
+
+} // namespace

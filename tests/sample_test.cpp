@@ -1,0 +1,695 @@
+// The sample cycle and the pump sequencer as the operator and the host see
+// them: the sample line column by column, the timing report, the last-sample
+// reprint, the salinity choice, the card append and its failures, the pump
+// dialogues and PWM phases, and a deployment beside an SBE37 in seawater.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <memory>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "devices.h"
+#include "scenario.h"
+#include "sim.h"
+
+#include "board/board_util.h"
+#include "board/i2c0.h"
+#include "board/i2c_fram.h"
+#include "board/uart3.h"
+#include "board/uart4.h"
+#include "board/uartstdio.h"
+#include "console/user_io.h"
+#include "core/main.h"
+#include "core/system.h"
+#include "files/microsd.h"
+#include "gpio.h"
+#include "host/apf_util.h"
+#include "interrupt.h"
+#include "measure/ph.h"
+#include "measure/pwm.h"
+#include "measure/sample.h"
+#include "sysctl.h"
+
+namespace {
+
+std::vector<std::string> split(const std::string &s, char sep) {
+    std::vector<std::string> out;
+    size_t start = 0;
+    for (;;) {
+        size_t p = s.find(sep, start);
+        out.push_back(s.substr(start, p == std::string::npos ? std::string::npos : p - start));
+        if (p == std::string::npos) {
+            return out;
+        }
+        start = p + 1;
+    }
+}
+
+std::string fmt(const char *f, double v) {
+    char b[64];
+    snprintf(b, sizeof b, f, v);
+    return b;
+}
+
+std::string slurp(const std::filesystem::path &p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// A card file by its name, whatever case the card stores it in.
+std::string card_file(const std::string &dir, const std::string &name) {
+    std::error_code ec;
+    for (auto &e : std::filesystem::directory_iterator(dir, ec)) {
+        if (strcasecmp(e.path().filename().string().c_str(), name.c_str()) == 0) {
+            return slurp(e.path());
+        }
+    }
+    return "";
+}
+
+// An operator at the console who answers prompts: each time the board's text
+// ends in the next trigger (by default ": ", the end of every prompt here), the
+// next answer is typed, a moment later, with its Enter.
+class Operator : public sim::SerialDevice {
+  public:
+    explicit Operator(std::vector<std::string> answers) {
+        for (auto &a : answers) {
+            steps_.push_back({": ", a + "\r"});
+        }
+    }
+    explicit Operator(std::vector<std::pair<std::string, std::string>> steps)
+        : steps_(std::move(steps)) {}
+    uint64_t next_byte_at() override { return q_.empty() ? sim::kNever : next_; }
+    uint8_t take_byte() override {
+        uint8_t c = q_.front();
+        q_.pop_front();
+        next_ += byte_;
+        return c;
+    }
+    void receive(uint8_t b, uint64_t at) override {
+        seen += (char)b;
+        if (next_step_ >= steps_.size()) {
+            return;
+        }
+        const std::string &trigger = steps_[next_step_].first;
+        if (seen.size() >= trigger.size() &&
+            seen.compare(seen.size() - trigger.size(), trigger.size(), trigger) == 0) {
+            for (char c : steps_[next_step_++].second) {
+                q_.push_back((uint8_t)c);
+            }
+            next_ = at + 5 * sim::kCyclesPerMs + byte_;
+        }
+    }
+    void line_rate(uint32_t baud) override { byte_ = sim::kCpuHz * 10u / baud; }
+    bool all_answered() const { return next_step_ == steps_.size() && q_.empty(); }
+
+    std::string seen; // everything the board sent
+
+  private:
+    std::vector<std::pair<std::string, std::string>> steps_;
+    size_t next_step_ = 0;
+    std::deque<uint8_t> q_;
+    uint64_t next_ = 0;
+    uint64_t byte_ = sim::kCpuHz * 10u / 115200u;
+};
+
+// Rising edges of the watchdog's pet line (port F pin 1), in milliseconds.
+std::vector<double> g_pets;
+uint8_t g_petLevel = 0;
+
+class SampleTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);
+        tzset();
+        UARTFlushTx(true);
+        UARTFlushRx();
+        uart3_tx_bufr_flush(1);
+        uart3_rx_bufr_flush();
+        uart4_tx_bufr_flush(1);
+        uart4_rx_bufr_flush();
+        sim::reset_board();
+        IntMasterEnable();
+        SysTickPeriodSet(50000);
+        SysTickEnable();
+        SysTickIntEnable();
+        UARTStdioConfig(0, 115200, 16000000);
+        UARTEchoSet(true);
+        sys_data.baud_rate = 115200;
+        init_sys_data_default();
+        sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
+        memset(&sys_samp, 0, sizeof sys_samp);
+        sys_samp.initNum = SYS_SAMP_INIT_NUM;
+        memset(&sampl, 0, sizeof sampl);
+        dbg_flag = 0;
+        mmsDbgFlg = 0;
+        i2c0_init();
+        init_uSDCard();
+        pump_var_init();
+        sim::set_rtc(1700000000); // 11/14/2023 22:13:20
+        g_pets.clear();
+        g_petLevel = 0;
+        sim::watch_gpio([](uint32_t port, uint8_t pins, uint8_t levels) {
+            if (port == GPIO_PORTF_BASE && (pins & GPIO_PIN_1)) {
+                uint8_t level = levels & GPIO_PIN_1;
+                if (level && !g_petLevel) {
+                    g_pets.push_back(sim::now_seconds() * 1000.0);
+                }
+                g_petLevel = level;
+            }
+        });
+        out();
+    }
+    static std::string out() {
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    static void only(std::initializer_list<int> cols) {
+        memset(sys_data.data_cfg, 0, sizeof sys_data.data_cfg);
+        for (int c : cols) {
+            sys_data.data_cfg[c] = 1;
+        }
+    }
+    static std::string data_file() { return card_file(sim::card_dir(), "noname.txt"); }
+    static std::string error_log() { return card_file(sim::card_dir(), "Error.txt"); }
+};
+
+// The default record's line, field by field, as the record holds the values.
+TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
+    sys_samp.current_sample = 7;
+    get_sample(1, 1);
+    std::string line = out();
+    ASSERT_GE(line.size(), 2u);
+    EXPECT_EQ(line.substr(line.size() - 2), "\r\n");
+    EXPECT_EQ(line.find("\t\r\n"), std::string::npos);
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\r'), 1);
+
+    const sampData &s = sampl;
+    std::vector<std::string> want = {
+        "#0000007",
+        "11/14/2023 22:13:20",
+        fmt("%8.2f", s.fVbat_main),
+        fmt("%8.2f", s.fBiasPos),
+        fmt("%8.2f", s.fBiasNeg),
+        fmt("%8.2f", s.fBrdTempC),
+        std::to_string(s.uiHumidity).insert(0, 8 - std::to_string(s.uiHumidity).size(), ' '),
+        fmt("%8.6f", s.fVtherm),
+        fmt("%8.6f", s.fVtherm_std),
+        fmt("%8.3f", s.fTempC),
+        fmt("%8.6f", s.fVrsi),
+        fmt("%8.6f", s.fVrsi_std),
+        fmt("%8.3f", s.pHint),
+        fmt("%8.6f", s.fVrse),
+        fmt("%8.6f", s.fVrse_std),
+        "Vrsi_B", // not kept in the record: shape only
+        fmt("%8.6f", s.fVk),
+        fmt("%8.6f", s.fVk_std),
+        fmt("%8.2f", s.fIk),
+        fmt("%8.3f", s.fIb),
+    };
+    std::vector<std::string> got = split(line.substr(0, line.size() - 2), '\t');
+    ASSERT_EQ(got.size(), want.size()) << line;
+    for (size_t i = 0; i < want.size(); i++) {
+        if (want[i] == "Vrsi_B") {
+            EXPECT_TRUE(std::regex_match(got[i], std::regex(" *-?[0-9]\\.[0-9]{6}"))) << got[i];
+        } else {
+            EXPECT_EQ(got[i], want[i]) << "column " << i;
+        }
+    }
+    EXPECT_EQ(got[2], "   14.30"); // the fixed battery figure of this board
+    EXPECT_EQ(s.sampNum, 7u);
+    EXPECT_EQ(s.timestamp, 1700000000u);
+    EXPECT_EQ(sys_samp.current_sample, 8u);
+    // The sensor model's water: 15 C, pH 8.
+    EXPECT_NEAR(s.fTempC, sim::environment().temp_c, 0.05);
+    EXPECT_NEAR(s.pHint, sim::environment().ph, 0.05);
+    // The same bytes went to the card.
+    EXPECT_EQ(data_file(), line);
+}
+
+TEST_F(SampleTest, LineEdgeCases) {
+    struct {
+        std::vector<int> cols;
+        uint8_t stampForm;
+        uint32_t rtc;
+        uint32_t sample;
+        const char *line;
+    } cases[] = {
+        {{CFG_SAMPLE_NUM}, 0, 1700000000u, 42, "#0000042\r\n"},
+        {{CFG_TIMESTAMP}, 2, 3814000000u, 0, "1605036398000\r\n"},
+        {{CFG_TIMESTAMP}, 1, 1700000000u, 0, "11/14/2023 22:13:20\r\n"},
+        {{CFG_SAMPLE_NUM, CFG_TIMESTAMP}, 3, 1700000000u, 1, "#0000001\t\r\n"}, // no stamp text
+        {{}, 0, 1700000000u, 0, "\r\n"}, // no column: the line end alone
+    };
+    for (auto &c : cases) {
+        only({});
+        for (int col : c.cols) {
+            sys_data.data_cfg[col] = 1;
+        }
+        sys_data.data_cfg[CFG_TIMESTAMP] = c.stampForm;
+        sim::set_rtc(c.rtc);
+        sys_samp.current_sample = c.sample;
+        get_sample(1, 0);
+        EXPECT_EQ(out(), c.line);
+        EXPECT_EQ(sys_samp.current_sample, c.sample + 1);
+    }
+}
+
+// The timing report: each line's step figure is the growth of the total.
+TEST_F(SampleTest, DiagTimingReport) {
+    test_get_sample_timing();
+    std::string o = out();
+    size_t banner = o.find(" ---  Sample Timing (msec) ---\r\r\n");
+    ASSERT_NE(banner, std::string::npos) << o;
+    EXPECT_EQ(sys_data.app_cfg[APPCFG_SAMPLING_DIAG], 0);
+    std::string report = o.substr(banner);
+    const char *labels[] = {"Pwr on, init", "Bias Bat    ", "Ib Substrate", "Ik Cntr E   ",
+                            "Vk Cntr E   ", "Vtherm      ", "Vrsi_B      ", "Vrsi        ",
+                            "Vrse        ", "Onchip ADC  ", "Calc TempC  ", "Calc pH Int ",
+                            "format data ", "wait TX     "};
+    std::regex diagLine("\r\n([A-Za-z_ ,]{12}) = +([0-9]+), +([0-9]+)");
+    std::vector<std::string> seen;
+    unsigned prevTotal = 0;
+    for (std::sregex_iterator it(report.begin(), report.end(), diagLine), end; it != end; ++it) {
+        seen.push_back((*it)[1]);
+        unsigned step = (unsigned)std::stoul((*it)[2]);
+        unsigned total = (unsigned)std::stoul((*it)[3]);
+        EXPECT_EQ(total - prevTotal, step) << (*it)[1];
+        prevTotal = total;
+    }
+    ASSERT_EQ(seen.size(), std::size(labels)) << report;
+    for (size_t i = 0; i < seen.size(); i++) {
+        EXPECT_EQ(seen[i], labels[i]);
+    }
+    // The line of the second sample carries the total as its last column.
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(report, m, std::regex("\t\\(([0-9]+) msec\\)\r\n")));
+    unsigned lineTotal = (unsigned)std::stoul(m[1]);
+    EXPECT_GE(lineTotal, 2000u); // 42 conversions at 20 per second alone
+    // Printed before the report, without one: the first sample.
+    EXPECT_EQ(o.substr(0, banner).find("msec"), std::string::npos);
+}
+
+// send_last_sample: the record read back from FRAM, without the biased,
+// instrument and timing columns, the counter of the moment, no line end.
+TEST_F(SampleTest, SendLastSampleDiffersFromTheLineSent) {
+    sys_samp.current_sample = 11;
+    sys_data.data_cfg[CFG_CALC_PH_VRSE] = 1;
+    get_sample(1, 0);
+    std::string line = out();
+    fram_last_samp_store();
+    sampData kept = sampl;
+    memset(&sampl, 0, sizeof sampl);
+    send_last_sample();
+    std::string again = out();
+    EXPECT_EQ(memcmp(&sampl, &kept, sizeof sampl), 0);
+
+    std::vector<std::string> cols = split(line.substr(0, line.size() - 2), '\t');
+    ASSERT_GT(cols.size(), 17u);
+    cols.erase(cols.begin() + 16); // Vrsi_B
+    cols[0] = "#0000012";
+    std::string want;
+    for (auto &c : cols) {
+        want += c + "\t";
+    }
+    EXPECT_EQ(again, want);
+}
+
+// A garbled record (every switch 0xFF, a file name without its end, counts
+// of zero and huge rates) still gives one bounded line and a report.
+TEST_F(SampleTest, GarbledRecordStillGivesALine) {
+    memset(sys_data.data_cfg, 0xFF, sizeof sys_data.data_cfg);
+    memset(sys_data.fileName, 'A', sizeof sys_data.fileName);
+    sys_data.Vrsi_trials = 0;
+    sys_data.Vbias_sps = 0xFFFFFFFFu;
+    sys_data.pump_seq_type = 2;
+    memset(pumpBuf, 'P', sizeof pumpBuf);
+    get_sample(1, 1);
+    std::string o = out();
+    size_t len = strnlen(prnBuf, PRN_BUF_SIZE);
+    ASSERT_LT(len, PRN_BUF_SIZE);
+    EXPECT_EQ(std::string(prnBuf + len - 2), "\r\n");
+    EXPECT_NE(o.find("Unrecognized data rate. Setting to 5 sps."), std::string::npos);
+    EXPECT_NE(o.find("f_open error: FR_INVALID_NAME\r\n"), std::string::npos);
+    EXPECT_NE(o.find(std::string(PUMP_BUF_SIZE, 'P') + "\r\n"), std::string::npos);
+    EXPECT_EQ(sys_samp.current_sample, 1u);
+}
+
+// Which salinity goes into the external pH: the stored one only for type 5.
+TEST_F(SampleTest, SalinityChoiceByCtdPortType) {
+    only({CFG_SAMPLE_NUM, CFG_V_THERMISTOR, CFG_CALC_TEMP, CFG_VRSE, CFG_CALC_PH_VRSE});
+    sys_data.default_sal = 35.0f;
+    struct {
+        uint8_t inst;
+        bool ctdColumn;
+    } cases[] = {{5, false}, {6, true}, {7, true}, {0, false}, {4, false}};
+    for (auto &c : cases) {
+        sys_data.data_cfg[CFG_UART4_INST] = c.inst;
+        sys_samp.sensor_sal = 20.0f; // no CTD answers here: the value stays
+        get_sample(0, 0);
+        float sal = c.inst == 5 ? 35.0f : 20.0f;
+        EXPECT_EQ(sampl.pHext, calc_pHext(sampl.fVrse, sampl.fTempC, sal)) << int(c.inst);
+        EXPECT_NE(sampl.pHext, calc_pHext(sampl.fVrse, sampl.fTempC, c.inst == 5 ? 20.0f : 35.0f));
+        size_t cols = split(prnBuf, '\t').size();
+        EXPECT_EQ(cols, c.ctdColumn ? 6u : 5u) << int(c.inst) << ": " << prnBuf;
+        out();
+    }
+}
+
+// Each failing file call is reported; open and close failures are logged.
+TEST_F(SampleTest, CardAppendFailures) {
+    only({CFG_SAMPLE_NUM});
+    struct {
+        const char *name;
+        void (*fault)();
+        const char *console;
+        const char *logged; // text of the Error.txt entry, "" for none
+    } cases[] = {
+        {"absent", [] { sim::state().card_absent = true; },
+         "#0000000\r\nf_open error: FR_NOT_READY\r\n"
+         "Error.txt f_open error: FR_NOT_READY\r\nError.txt f_lseek error: FR_NOT_READY\r\n"
+         "Error.txt f_write error: FR_NOT_READY\r\nError.txt f_write error: FR_NOT_READY\r\n"
+         "Error.txt f_close error: FR_NOT_READY\r\n",
+         ""},
+        {"disk error", [] { sim::state().card_error = true; },
+         "#0000000\r\nf_open error: FR_DISK_ERR\r\n"
+         "Error.txt f_open error: FR_DISK_ERR\r\nError.txt f_lseek error: FR_DISK_ERR\r\n"
+         "Error.txt f_write error: FR_DISK_ERR\r\nError.txt f_write error: FR_DISK_ERR\r\n"
+         "Error.txt f_close error: FR_DISK_ERR\r\n",
+         ""},
+        {"full", [] { sim::state().card_full = true; },
+         "#0000000\r\nf_write error: card full, 0 of 10 bytes written\r\n", ""},
+        {"bad name", [] { strcpy(sys_data.fileName, "toolongname.txt"); },
+         "#0000000\r\nf_open error: FR_INVALID_NAME\r\n", "\r\n2023/11/14 22:13:20 f_open error"},
+    };
+    for (auto &c : cases) {
+        SetUp();
+        only({CFG_SAMPLE_NUM});
+        c.fault();
+        get_sample(1, 1);
+        EXPECT_EQ(out(), c.console) << c.name;
+        EXPECT_EQ(sys_samp.current_sample, 1u) << c.name;
+        sim::state().card_absent = sim::state().card_error = sim::state().card_full = false;
+        EXPECT_EQ(error_log(), c.logged) << c.name;
+    }
+
+    // Card use switched off: nothing written, nothing reported.
+    SetUp();
+    only({CFG_SAMPLE_NUM});
+    sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
+    get_sample(1, 1);
+    EXPECT_EQ(out(), "#0000000\r\n");
+    EXPECT_EQ(data_file(), "");
+    error_store("x");
+    EXPECT_EQ(out(), "error_stor() not supported with microSD_flg=0 disabled\r\n");
+}
+
+TEST_F(SampleTest, ErrorLogEntries) {
+    error_store("first\r\n");
+    sim::set_rtc(1700000061);
+    error_store("second");
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(error_log(), "\r\n2023/11/14 22:13:20 first\r\n\r\n2023/11/14 22:14:21 second");
+}
+
+// The dialogues run with echo off: the transcript shows the firmware's own
+// text only.
+TEST_F(SampleTest, PumpSequenceTypeAndSinglePumpDialogue) {
+    UARTEchoSet(false);
+    sys_data.pump_seq_type = 1;
+    sys_data.pump1_ontime = 0;
+    sys_samp.pump1_cnt = 5;
+    auto op = std::make_shared<Operator>(std::vector<std::string>{"5", "", "3601", "3600"});
+    sim::attach_serial(UART0_BASE, op);
+    pump_sequencer_setup();
+    wait_consoleTx();
+    EXPECT_TRUE(op->all_answered());
+    std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two Pump "
+                    "BEAMSv2, 4=Self Cal [1]: ";
+    EXPECT_EQ(op->seen, q + "\r\nEnter 1,2,3,4 to select pump sequencer, 0 to disable\r\n" + q +
+                            "Enter Pump1 run time [0] sec: \r\nEnter time less than 3600 sec\r\n"
+                            "Enter Pump1 run time [0] sec: Pump on time now 3600 sec.\r\n"
+                            "Enter Experiment Delay Start feature is not yet implemented...\r\n"
+                            "Enter Experiment Duty Cycle feature is not yet implemented...\r\n");
+    EXPECT_EQ(sys_data.pump_seq_type, 1u);
+    EXPECT_EQ(sys_data.pump1_ontime, 3600u);
+    EXPECT_EQ(sys_samp.pump1_cnt, 0u);
+    uint8_t rec[60];
+    fram_read(FRAM_ADDR_SYS_SAMP, rec, sizeof rec);
+    EXPECT_EQ(memcmp(rec, &sys_samp, sizeof rec), 0);
+}
+
+TEST_F(SampleTest, PumpTypeZeroComesBackAndTwoPumpLimits) {
+    UARTEchoSet(false);
+    sys_data.pump_seq_type = 1;
+    sys_data.pump1_ontime = 0;
+    sys_data.pump2_ontime = 0;
+    auto op = std::make_shared<Operator>(
+        std::vector<std::string>{"0", "2", "18001", "18000", "", "1001", "1000", ""});
+    sim::attach_serial(UART0_BASE, op);
+    pump_sequencer_setup();
+    wait_consoleTx();
+    EXPECT_TRUE(op->all_answered());
+    std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two Pump "
+                    "BEAMSv2, 4=Self Cal [1]: ";
+    EXPECT_EQ(op->seen, q +
+                            "Pump Sequence Type = 0, Disabled\r\n"
+                            "\r\nEnter 1,2,3,4 to select pump sequencer, 0 to disable\r\n" +
+                            q +
+                            "Pump Sequence Type = 2\r\n"
+                            "Enter Experiment Delay Start feature is not yet implemented...\r\n"
+                            "Enter Experiment Duty Cycle feature is not yet implemented...\r\n"
+                            "\r\nEnter Pump1 run time [0] sec: "
+                            "Enter a number less than or equal to 18000 seconds\r\n"
+                            "\r\nEnter Pump1 run time [0] sec: Pump1 run time = 18000 sec\r\n"
+                            "\r\nEnter Pump2 run time [0] sec: "
+                            "\r\nEnter number of sampling cycles for Pump1 [1]: "
+                            "Enter a number less than 1000 cycles\r\n"
+                            "\r\nEnter number of sampling cycles for Pump1 [1]: "
+                            "Sampling cycles Pump1 = 1000\r\n"
+                            "\r\nEnter number of sampling cycles for Pump2 [0]: ");
+    EXPECT_EQ(sys_data.pump_seq_type, 2u);
+    EXPECT_EQ(sys_data.pump1_ontime, 18000u);
+    EXPECT_EQ(sys_data.pump2_ontime, 0u);
+    EXPECT_EQ(sys_data.pump1_cycles, 1000u);
+    EXPECT_EQ(sys_data.pump2_cycles, 0u);
+}
+
+TEST_F(SampleTest, PwmPhaseBoundaries) {
+    pwm_init();
+    struct {
+        uint32_t percent;
+        int offTicks; // calls in state 3 until it turns to 4 (the forcing call included)
+        int onTicks;  // calls in state 4 until it turns to 3
+    } cases[] = {{40, 61, 41}, {100, 1, 101}, {1, 100, 2}, {0, 101, 1}};
+    for (auto &c : cases) {
+        pwmPump.percent = c.percent;
+        int n = 1;
+        int st = pwmPump_stateMachine(PWM_OFF_PHASE);
+        while (st == PWM_OFF_PHASE && n < 1000) {
+            st = pwmPump_stateMachine(-1);
+            n++;
+        }
+        EXPECT_EQ(n, c.offTicks) << c.percent;
+        EXPECT_EQ(out(), "pump_on is PCAL6416 on ZEP3 baseboard, not supported yet board_util.c "
+                         "line 339\r\n");
+        n = 0;
+        do {
+            st = pwmPump_stateMachine(-1);
+            n++;
+        } while (st == PWM_ON_PHASE && n < 1000);
+        EXPECT_EQ(n, c.onTicks) << c.percent;
+        EXPECT_EQ(out(), "pump_off is PCAL6416 on ZEP3 baseboard, not supported yet "
+                         "board_util.c line 357\r\n");
+    }
+    EXPECT_EQ(pwmPump_stateMachine(PWM_START), PWM_START);
+    EXPECT_EQ(pwmPump_stateMachine(-1), PWM_START); // the caller moves it on
+    EXPECT_EQ(pwmPump_stateMachine(9), 9);          // unknown: nothing
+    out();
+    EXPECT_EQ(pwmSoln_stateMachine(0), 0);
+    EXPECT_EQ(pwmSoln_stateMachine(2), 2);
+    pwmSoln.percent = 100;
+    EXPECT_EQ(pwmSoln_stateMachine(3), 4);
+    EXPECT_EQ(pwmSoln_stateMachine(7), 7);
+    EXPECT_EQ(pwmSoln.cnt, 0u);
+    EXPECT_EQ(out(), ""); // the solenoid supply switches are silent
+}
+
+TEST_F(SampleTest, PumpAndSampleIsASample) {
+    only({CFG_SAMPLE_NUM, CFG_VIN_BAT_VOLT});
+    sys_data.pump_seq_type = 2;
+    pump_var_init();
+    EXPECT_STREQ(pumpBuf, "PumpSeq=02\t");
+    EXPECT_EQ(pump_and_sample(1, 1), 0);
+    get_sample(1, 1);
+    std::string both = "#0000000\t   14.30\tPumpSeq=02\t\r\n#0000001\t   14.30\tPumpSeq=02\t\r\n";
+    EXPECT_EQ(out(), both);
+    EXPECT_EQ(data_file(), both);
+    pump_and_sample_timing_test();
+    EXPECT_EQ(out(), "Feature not available in this release (test_pump_and_sample_timing)\r\n");
+    pump_stateMachine_init();
+    EXPECT_EQ(sys_samp.pump_seq_state, 0u);
+    pump_and_sample_start();
+    EXPECT_EQ(sys_samp.pump_seq_state, 1u);
+    EXPECT_EQ(pump_stateMachine(1, 2, 3), 0);
+}
+
+// The sample loop of the test menu: samples until a key, which it takes.
+TEST_F(SampleTest, PumpAndSampleLoopEndsOnAKey) {
+    only({CFG_SAMPLE_NUM});
+    sys_data.pump1_ontime = 0;
+    auto op = std::make_shared<Operator>(
+        std::vector<std::pair<std::string, std::string>>{{"[N]? ", "y\r"}, {"#0000002\r\n", "x"}});
+    sim::attach_serial(UART0_BASE, op);
+    pump_and_sample_loop_test();
+    wait_consoleTx();
+    EXPECT_TRUE(op->all_answered());
+    std::string o = op->seen;
+    // The echo of Enter is CR LF and then the CR stored in the line.
+    EXPECT_NE(o.find("\r\n\r\nHit any key to terminate sample loop\r\r\n"
+                     "    Write to File? (Y/N) [N]? y\r\n\r\r\n"
+                     "Write to file noname.txt, activated\r\n#0000000\r\n#0000001\r\n#0000002\r\n"),
+              std::string::npos)
+        << o;
+    EXPECT_EQ(sys_samp.pump_seq_state, 1u);
+    EXPECT_EQ(UARTRxBytesAvail(), 0);
+    // The key (echoed) came during the fourth sample, which still ends.
+    EXPECT_EQ(o.substr(o.size() - 11), "x#0000003\r\n");
+    EXPECT_EQ(data_file(), "#0000000\r\n#0000001\r\n#0000002\r\n#0000003\r\n");
+}
+
+TEST_F(SampleTest, MeasurementTestsPrintOneLinePerReading) {
+    struct {
+        void (*run)();
+        const char *pattern;
+    } cases[] = {
+        {[] { test_vrsi(1, 0, 0, 0, 500); }, "Vrsi   = +-?[0-9.]+ V\r\n"},
+        {[] { test_vrse(1, 1, 5, 0, 500); }, "Vrse   = +-?[0-9.]+ V, std +[0-9.]+ V\r\n"},
+        {[] { test_vtherm(2, 0, 0, 0, 10); }, "Vtherm = +[0-9.]+ V\r\nVtherm = +[0-9.]+ V\r\n"},
+        {[] { test_tempc(1, 0, 0, 0, 500); }, "TempC  = +[0-9.]+ C, Vtherm +[0-9.]+ V\r\n"},
+        {[] { test_vk(1, 1, 5, 0, 500); }, "Vk     = +-?[0-9.]+ V, std +[0-9.]+ V\r\n"},
+        {[] { test_ik(1, 0, 0, 0, 500); }, "Ik     = +-?[0-9.]+ nA\r\n"},
+        {[] { test_ib(1, 0, 0, 0, 500); }, "Ib     = +-?[0-9.]+ nA\r\n"},
+        {[] { test_bias_bat(1, 1, 1, 0); },
+         "Bias Neg = +-?[0-9.]+ V\r\nBias Pos = +-?[0-9.]+ V\r\n"},
+        {[] { display_battery_boardSensors(); },
+         "Vbat     =    14.30 V\r\nCurrent  =    0.037 A\r\nBrd Temp = +-?[0-9.]+ C\r\n"
+         "Humidity = +[0-9]+ %RH\r\nPressure = +[0-9.]+ Pa\r\n"},
+    };
+    for (auto &c : cases) {
+        c.run();
+        std::string o = out();
+        EXPECT_TRUE(std::regex_match(o, std::regex(c.pattern))) << o;
+    }
+}
+
+// How long the default cycle lasts against its mandated waits and
+// conversions, and the longest gap between two watchdog pets.
+TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
+    const systemData &d = sys_data;
+    auto conv = [](uint32_t trials, uint32_t sps) { return 1000.0 * trials / sps; };
+    double mandated = 2.0 + 0.01 + 20.0 // power-up reset and start-up of the ADC
+                      + 100.0           // front-end settling
+                      + 2 * (10.0 + conv(d.Vbias_trials, d.Vbias_sps)) + 10.0 +
+                      conv(d.Ib_trials, d.Ib_sps) + 10.0 + conv(d.Ik_trials, d.Ik_sps) + 10.0 +
+                      conv(d.Vk_trials, d.Vk_sps) + conv(d.Vtherm_trials, d.Vtherm_sps) + 10.0 +
+                      conv(d.Vrsi_trials, d.Vrsi_sps) + 10.0 + conv(d.Vrsi_trials, d.Vrsi_sps) +
+                      10.0 + conv(d.Vrse_trials, d.Vrse_sps);
+    double t0 = sim::now_seconds() * 1000.0;
+    get_sample(1, 1);
+    double took = sim::now_seconds() * 1000.0 - t0;
+    ASSERT_GE(g_pets.size(), 10u);
+    double longest = g_pets.front() - t0;
+    for (size_t i = 1; i < g_pets.size(); i++) {
+        longest = std::max(longest, g_pets[i] - g_pets[i - 1]);
+    }
+    std::printf("[ sample  ] default cycle %.1f ms simulated; mandated waits and conversions "
+                "%.1f ms (+%.1f ms)\n",
+                took, mandated, took - mandated);
+    std::printf("[ sample  ] longest watchdog interval %.1f ms over %zu pets\n", longest,
+                g_pets.size());
+    EXPECT_GE(took, mandated);
+    EXPECT_LT(took, mandated * 1.5);
+    EXPECT_LT(longest, 1000.0);
+}
+
+// A board that has not run yet, with changes to the factory EEPROM image.
+void factory_board(const scenario::Board &b, void (*change)(systemData &)) {
+    std::array<uint8_t, sim::kEepromBytes> img;
+    std::string why;
+    EXPECT_TRUE(sim::factory_eeprom(img, why)) << why;
+    systemData d;
+    memcpy(&d, &img[SYS_DATA_EEPROM_ADDR], sizeof d);
+    change(d);
+    memcpy(&img[SYS_DATA_EEPROM_ADDR], &d, sizeof d);
+    std::filesystem::create_directories(b.dir());
+    b.writeEeprom(std::vector<uint8_t>(img.begin(), img.end()));
+}
+
+// A deployment beside an SBE37 in water of pH 7.9, 12 C and salinity 34: the
+// CTD's salinity goes into every external pH.
+TEST(SampleScenario, DeploymentWithSbe37) {
+    scenario::Board b;
+    factory_board(b, [](systemData &d) {
+        d.sampling_period = 60;
+        d.data_cfg[CFG_CALC_PH_VRSE] = 1;
+        d.data_cfg[CFG_UART4_INST] = 6;
+    });
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 4\\r\n", 400,
+                   {"--ctd", "sbe37", "--ph", "7.9", "--temp", "12", "--sal", "34", "--seed", "3"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string file = b.cardFile("NONAME.TXT");
+    size_t lines = 0;
+    for (const std::string &l : split(file, '\n')) {
+        if (l.empty() || l[0] != '#') {
+            continue;
+        }
+        lines++;
+        std::vector<std::string> f = split(l.substr(0, l.size() - 1), '\t');
+        ASSERT_GE(f.size(), 23u) << l;
+        EXPECT_NEAR(std::stod(f[15]), 7.9, 0.01) << l;  // external pH
+        EXPECT_NEAR(std::stod(f[9]), 12.0, 0.05) << l;  // sensor temperature
+        EXPECT_NEAR(std::stod(f[21]), 12.0, 0.05) << l; // CTD temperature opens its column
+    }
+    EXPECT_GE(lines, 5u) << r.out;
+    EXPECT_EQ(scenario::count(r.out, "CTD not responding"), 0u);
+}
+
+// The card faults of the simulated board, seen through a host's sample
+// command.
+TEST(SampleScenario, HostSampleWithCardFaults) {
+    struct {
+        const char *knob;
+        const char *report;
+    } cases[] = {
+        {"--card-absent", "f_open error: FR_NOT_READY\r\nError.txt f_open error: FR_NOT_READY\r\n"},
+        {"--card-error", "f_open error: FR_DISK_ERR\r\nError.txt f_open error: FR_DISK_ERR\r\n"},
+        {"--card-full", "f_write error: card full, 0 of 19 bytes written\r\n"},
+    };
+    for (auto &c : cases) {
+        scenario::Board b;
+        factory_board(b, [](systemData &d) {
+            memset(d.data_cfg, 0, CFG_UART3_INST);
+            d.data_cfg[CFG_SAMPLE_NUM] = 1;
+            d.data_cfg[CFG_VIN_BAT_VOLT] = 1;
+        });
+        auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n", 0, {c.knob});
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("t0\r\n#0000000\t   14.30\r\n" + std::string(c.report)),
+                  std::string::npos)
+            << c.knob << "\n"
+            << r.out;
+    }
+}
+
+} // namespace
