@@ -259,7 +259,8 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     sim::console_feed("y\r"
                       "y\r"
                       "\r"
-                      "15\r");
+                      "15\r"
+                      "\r"); // Enter keeps the deployment note
     sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };
     try {
         deploy_start();
@@ -344,7 +345,7 @@ TEST_F(Core, WakeClassification) {
 // but refused, "ss" insists on "sl", and "stop" with trailing text ends it all.
 TEST(CoreScenario, DeployedCommandLoop) {
     scenario::Board b;
-    auto r = b.run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n"
+    auto r = b.run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n"
                    "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
                    "30 x\n32 stopnow\\r\n",
                    200);

@@ -159,7 +159,7 @@ std::string deploy_script(double at) {
     std::string s;
     auto t = [&](double d) { return std::to_string(at + d) + " "; };
     s += t(1) + "\\r\n" + t(1.1) + "\\r\n" + t(1.2) + "\\r\n" + t(1.3) + "\\r\n";
-    s += t(2) + "x\n" + t(3) + "4\\r\n";
+    s += t(2) + "x\n" + t(3) + "4\\r\n" + t(3.2) + "\\r\n"; // Enter keeps the deployment note
     return s;
 }
 
@@ -210,7 +210,7 @@ TEST(FilesScenario, DeploymentWritesTheHeaderBlockThenSamplesAndAppendsTheNext) 
 
 TEST(FilesScenario, NoCardRefusesTheDeploymentAndSwitchedOffCardIsNeverTouched) {
     Board b;
-    auto r = b.run(kOpenMenu + "3 4\\r\n", 10, {"--card-absent", "--rtc", "1735689600"});
+    auto r = b.run(kOpenMenu + "3 4\\r\n3.2 \\r\n", 10, {"--card-absent", "--rtc", "1735689600"});
     ASSERT_EQ(r.status, 0) << r.err;
     const char *const seq[] = {
         "\r\nError: MicroSD card is not detected\r\n",

@@ -112,7 +112,7 @@ TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
     Board b;
     // Deploy from the menu with a 20 s period, then leave it alone.
     // Each sample takes about 2.4 s: the last one ends near 106.5 s.
-    auto r = b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n", 110);
+    auto r = b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n", 110);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(
         r.out.find("Starting deployment...       Hit a key, then type 'stop' to end deployment."),
@@ -139,7 +139,7 @@ TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
 
 TEST(Scenario, PolledModeDeploymentSleepsIdle) {
     Board b;
-    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 4\\r\n");
+    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 4\\r\n3.2 \\r\n");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("Deployed in polled mode, space to wake, then ts ..."), std::string::npos);
     EXPECT_EQ(r.out.back(), '*');
@@ -193,7 +193,7 @@ TEST(Scenario, GarbageOnTheConsoleNeverDamagesTheRecord) {
 
 TEST(Scenario, ADeployedBoardThatLostPowerRestartsIdle) {
     Board b;
-    b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n", 10);
+    b.run("1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n", 10);
     ASSERT_EQ(scenario::u32(b.fram(), 64 + 0), 1u);
     // A key wake, then the run ends while the board is awake: a battery swap.
     b.run("1 \\r\n", 3);
