@@ -117,6 +117,7 @@ void Board::power_on_reset() {
     in_handler = false;
     due_ = 0;
     std::fill(std::begin(nvic), std::end(nvic), false);
+    uart_nvic = 0;
     systick_period = 0;
     systick_on = systick_int = systick_pending = false;
     systick_next = kNever;
@@ -197,13 +198,23 @@ bool Board::deliverable() const {
     if (systick_pending && systick_int) {
         return true;
     }
-    for (uint32_t i : kUartOrder) {
-        const Uart &u = uarts[i];
-        if ((u.raw & u.mask) != 0 && nvic[u.vector]) {
+    // only the UARTs whose NVIC line is open can interrupt
+    for (uint32_t armed = uart_nvic; armed != 0; armed &= armed - 1) {
+        const Uart &u = uarts[__builtin_ctz(armed)];
+        if ((u.raw & u.mask) != 0) {
             return true;
         }
     }
     return false;
+}
+
+void Board::nvic_set(uint32_t v, bool on) {
+    nvic[v] = on;
+    for (uint32_t i : kUartOrder) {
+        if (uarts[i].vector == v) {
+            uart_nvic = on ? uint8_t(uart_nvic | (1u << i)) : uint8_t(uart_nvic & ~(1u << i));
+        }
+    }
 }
 
 void Board::deliver() {
@@ -635,7 +646,7 @@ void IntEnable(uint32_t interrupt) {
     if (interrupt == FAULT_SYSTICK) {
         b.systick_int = true;
     } else if (interrupt < sim::kVectors) {
-        b.nvic[interrupt] = true;
+        b.nvic_set(interrupt, true);
     }
     b.deliver();
 }
@@ -647,7 +658,7 @@ void IntDisable(uint32_t interrupt) {
     if (interrupt == FAULT_SYSTICK) {
         b.systick_int = false;
     } else if (interrupt < sim::kVectors) {
-        b.nvic[interrupt] = false;
+        b.nvic_set(interrupt, false);
     }
 }
 

@@ -144,6 +144,8 @@ class Board {
     bool master_on = true;
     bool in_handler = false;
     bool nvic[kVectors] = {};
+    uint8_t uart_nvic = 0; // bit i: the NVIC line of UART i is enabled (mirror of nvic[])
+    void nvic_set(uint32_t v, bool on);
     void (*vectors[kVectors])() = {};
     uint64_t irq_counts[kVectors] = {};
 
