@@ -202,5 +202,7 @@ void ctd_aand5860_serial_analyzer(void) {
 }
 
 void ctd_aand5860_qa_test(void) {
-    not_built_yet("ctd_aand5860_qa_test");
+    // One reading through the sample-cycle driver: the operator judges the line.
+    uprintf("Aanderaa 5860 QA: one reading\r\n");
+    ctd_aand5860_poll();
 }

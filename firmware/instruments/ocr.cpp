@@ -175,5 +175,7 @@ void ocr_comm_test(void) {
 }
 
 void ocr_qa_test(void) {
-    not_built_yet("ocr_qa_test");
+    // One reading through the sample-cycle driver: the operator judges the line.
+    uprintf("OCR-504 QA: one reading\r\n");
+    inst_op_poll(ocr_stateMachine, uart3_prn_buf);
 }

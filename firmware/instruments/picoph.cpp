@@ -180,5 +180,7 @@ void picoph_comm_test(void) {
 }
 
 void picoph_qa_test(void) {
-    not_built_yet("picoph_qa_test");
+    // One reading through the sample-cycle driver: the operator judges the line.
+    uprintf("picoPH QA: one reading\r\n");
+    picoph_oneMeas();
 }
