@@ -85,21 +85,9 @@ int ctd_aand5860_stateMachine(int ctdState) {
     ctd.state = ctdState;
     switch (ctdState) {
     case 1:
-        ctd_init();
-        ctd_open();
-        delay_msec(AAND_OPEN_SETTLE_MS);
-        uart4_rx_bufr_flush();
-        ctd_flushTx(1);
-        ctd.old_tick10ms = Timer_10ms(0);
-        if (sys_data.data_cfg[CFG_UART4_INST] != AAND_TYPE) {
-            ctd.type = 0;
-            uprintf("Error: sys_data.data_cfg[CFG_UART4_INST] = %u, no driver for this CTD type, "
-                    "Config -> Data Fields\r\n",
-                    (unsigned)sys_data.data_cfg[CFG_UART4_INST]);
-            ctd.state = 0;
+        if (!ctd_start(AAND_TYPE, AAND_OPEN_SETTLE_MS)) {
             return 0;
         }
-        ctd.type = AAND_TYPE;
         ctd.state = 4;
         return 4;
 

@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include "board/board_util.h"
 #include "board/uartstdio.h"
 #include "gpio.h"
 #include "hw_types.h"
@@ -81,4 +82,23 @@ uint32_t ctd_waitRx(uint32_t maxWait) {
 
 void ctd_line_text(const char *text) {
     inst_line_text(uart4_prn_buf, UART4_PRN_BUF_ROOM, text);
+}
+
+int ctd_start(uint32_t type, uint32_t settle_ms) {
+    ctd_init();
+    ctd_open();
+    delay_msec(settle_ms);
+    uart4_rx_bufr_flush();
+    ctd_flushTx(1);
+    ctd.old_tick10ms = Timer_10ms(0);
+    if (sys_data.data_cfg[CFG_UART4_INST] != type) {
+        ctd.type = 0;
+        uprintf("Error: sys_data.data_cfg[CFG_UART4_INST] = %u, no driver for this CTD type, "
+                "Config -> Data Fields\r\n",
+                (unsigned)sys_data.data_cfg[CFG_UART4_INST]);
+        ctd.state = 0;
+        return 0;
+    }
+    ctd.type = type;
+    return 1;
 }

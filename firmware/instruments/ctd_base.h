@@ -37,5 +37,11 @@ int ctd_buf_putc(unsigned char c); // 1 while there is room, 0 on reaching the e
 // non-zero), 0 if the tick counter went backwards.
 uint32_t ctd_waitRx(uint32_t maxWait);
 
+// First step of a reading: opens the port, lets the CTD settle, empties both
+// directions and starts the wait timer. Returns 1 when the record selects
+// `type`; otherwise reports the missing driver, marks the reading done and
+// returns 0.
+int ctd_start(uint32_t type, uint32_t settle_ms);
+
 // Writes a text into the CTD line (the room behind the reply takes it).
 void ctd_line_text(const char *text);

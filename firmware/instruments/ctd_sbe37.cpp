@@ -39,21 +39,9 @@ int ctd_sbe37_stateMachine(int ctdState) {
         return 0;
 
     case 1:
-        ctd_init();
-        ctd_open();
-        delay_msec(SBE37_OPEN_SETTLE_MS);
-        uart4_rx_bufr_flush();
-        ctd_flushTx(1);
-        ctd.old_tick10ms = Timer_10ms(0);
-        if (sys_data.data_cfg[CFG_UART4_INST] != SBE37_TYPE) {
-            ctd.type = 0;
-            uprintf("Error: sys_data.data_cfg[CFG_UART4_INST] = %u, no driver for this CTD type, "
-                    "Config -> Data Fields\r\n",
-                    (unsigned)sys_data.data_cfg[CFG_UART4_INST]);
-            ctd.state = 0;
+        if (!ctd_start(SBE37_TYPE, SBE37_OPEN_SETTLE_MS)) {
             return 0;
         }
-        ctd.type = SBE37_TYPE;
         ctd.state = 2;
         return 2;
 
