@@ -1,11 +1,33 @@
-# The real board: the firmware and the TM4C123GH6PM back end linked into
-# fenwa.elf (plus fenwa.bin and fenwa.map), with a flash and RAM report after
-# every link. Included by the top-level CMakeLists when FENWA_BOARD=tm4c123.
+# The chip images: the firmware and the register-level back end linked into
+# fenwa.elf (plus .bin and .map), with a flash and RAM report after every link.
+# Included by the top-level CMakeLists when FENWA_BOARD is a chip:
+#   tm4c123   the instrument's TM4C123GH6PM
+#   lm3s6965  the evaluation board QEMU emulates (FENWA_CHIP_EMULATOR): the
+#             same drivers, with RAM standing in for the EEPROM, FRAM and clock
 find_program(FENWA_ARM_SIZE arm-none-eabi-size REQUIRED)
 find_program(FENWA_ARM_OBJCOPY arm-none-eabi-objcopy REQUIRED)
 
-file(GLOB FENWA_TM4C123_SOURCES CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/platform/tm4c123/*.cpp)
-set(FENWA_LINKER_SCRIPT ${CMAKE_SOURCE_DIR}/platform/tm4c123/tm4c123gh6pm.ld)
+set(FENWA_CHIP_DIR ${CMAKE_SOURCE_DIR}/platform/tm4c123)
+file(GLOB FENWA_TM4C123_SOURCES CONFIGURE_DEPENDS ${FENWA_CHIP_DIR}/*.cpp)
+# emu_*.cpp stand in for the parts the emulator lacks; each replaces the file
+# of the same name without the prefix.
+file(GLOB FENWA_EMU_SOURCES CONFIGURE_DEPENDS ${FENWA_CHIP_DIR}/emu_*.cpp)
+list(REMOVE_ITEM FENWA_TM4C123_SOURCES ${FENWA_EMU_SOURCES})
+if(FENWA_BOARD STREQUAL "lm3s6965")
+  set(FENWA_CHIP_EMULATOR 1)
+  set(FENWA_LINKER_SCRIPT ${FENWA_CHIP_DIR}/lm3s6965.ld)
+  set(FENWA_RAM_BYTES 32768) # the instrument's share; the rest stands in for EEPROM/FRAM
+  foreach(emu ${FENWA_EMU_SOURCES})
+    get_filename_component(name ${emu} NAME)
+    string(REGEX REPLACE "^emu_" "" replaced ${name})
+    list(REMOVE_ITEM FENWA_TM4C123_SOURCES ${FENWA_CHIP_DIR}/${replaced})
+  endforeach()
+  list(APPEND FENWA_TM4C123_SOURCES ${FENWA_EMU_SOURCES})
+else()
+  set(FENWA_CHIP_EMULATOR 0)
+  set(FENWA_LINKER_SCRIPT ${FENWA_CHIP_DIR}/tm4c123gh6pm.ld)
+  set(FENWA_RAM_BYTES 32768)
+endif()
 
 add_executable(fenwa ${FENWA_FIRMWARE_SOURCES} ${FENWA_TM4C123_SOURCES})
 set_target_properties(fenwa PROPERTIES SUFFIX ".elf" LINK_DEPENDS ${FENWA_LINKER_SCRIPT})
@@ -13,12 +35,13 @@ target_include_directories(fenwa PRIVATE ${CMAKE_SOURCE_DIR}/firmware
                                          ${CMAKE_SOURCE_DIR}/platform/include)
 # The host's C library shows its POSIX and GNU extras to g++ (strnlen,
 # strcasecmp ...); make newlib show the same, so both boards compile alike.
-target_compile_definitions(fenwa PRIVATE _GNU_SOURCE)
+target_compile_definitions(fenwa PRIVATE _GNU_SOURCE FENWA_CHIP_EMULATOR=${FENWA_CHIP_EMULATOR})
 # One foreground loop and interrupts that never construct statics: no guards.
 target_compile_options(fenwa PRIVATE ${FENWA_WARNINGS} ${FENWA_FIRMWARE_FLAGS}
                                      -ffunction-sections -fdata-sections -fno-threadsafe-statics)
 target_link_options(fenwa PRIVATE
     -T${FENWA_LINKER_SCRIPT}
+    -L${FENWA_CHIP_DIR}
     -nostartfiles
     -specs=nano.specs
     -u _printf_float
@@ -29,6 +52,11 @@ target_link_options(fenwa PRIVATE
 add_custom_command(TARGET fenwa POST_BUILD
     COMMAND ${FENWA_ARM_OBJCOPY} -O binary $<TARGET_FILE:fenwa> ${CMAKE_CURRENT_BINARY_DIR}/fenwa.bin
     COMMAND ${CMAKE_COMMAND} -DSIZE_TOOL=${FENWA_ARM_SIZE} -DELF=$<TARGET_FILE:fenwa>
-            -DFLASH_BYTES=262144 -DRAM_BYTES=32768 -P ${CMAKE_SOURCE_DIR}/cmake/size-report.cmake
+            -DFLASH_BYTES=262144 -DRAM_BYTES=${FENWA_RAM_BYTES} -P ${CMAKE_SOURCE_DIR}/cmake/size-report.cmake
     BYPRODUCTS ${CMAKE_CURRENT_BINARY_DIR}/fenwa.bin ${CMAKE_CURRENT_BINARY_DIR}/fenwa.map
     VERBATIM)
+
+if(FENWA_CHIP_EMULATOR)
+  enable_testing()
+  add_subdirectory(${CMAKE_SOURCE_DIR}/tests/qemu ${CMAKE_CURRENT_BINARY_DIR}/tests/qemu)
+endif()

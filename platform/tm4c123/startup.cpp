@@ -3,6 +3,7 @@
 // .bss zeroed, the FPU opened, static constructors run. Does not set the clock
 // or any peripheral: init() in the firmware does that.
 #include <stdint.h>
+#include "chip.h"
 #include "hw_types.h"
 #include "isr.h"
 
@@ -112,8 +113,10 @@ static volatile uint32_t &CPACR = *reinterpret_cast<volatile uint32_t *>(0xE000E
 
 extern "C" void ResetISR(void) {
     // Open the FPU first: with the hard-float ABI any function may use it.
-    CPACR = CPACR | (0xFu << 20);
-    __asm volatile("dsb\n\tisb" ::: "memory");
+    if constexpr (chip::kHasFpu) {
+        CPACR = CPACR | (0xFu << 20);
+        __asm volatile("dsb\n\tisb" ::: "memory");
+    }
 
     const uint32_t *src = _data_load;
     for (uint32_t *dst = _data_start; dst < _data_end;) {

@@ -3,6 +3,7 @@
 // reset) are done here at register level; the clock tree and the peripheral
 // gates are stubs until the chip's own system-control code lands, so the
 // clock reads as the 50 MHz that init() asks for.
+#include "chip.h"
 #include "interrupt.h"
 #include "sysctl.h"
 
@@ -83,10 +84,16 @@ void SysCtlReset(void) {
 void SysCtlSleep(void) {}
 
 void FPUEnable(void) {
+    if constexpr (!chip::kHasFpu) {
+        return;
+    }
     reg(NVIC_CPAC) = reg(NVIC_CPAC) | (0xFu << 20);
 }
 
 void FPULazyStackingEnable(void) {
+    if constexpr (!chip::kHasFpu) {
+        return;
+    }
     reg(NVIC_FPCC) = reg(NVIC_FPCC) | FPCC_ASPEN | FPCC_LSPEN;
 }
 

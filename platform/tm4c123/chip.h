@@ -1,0 +1,36 @@
+// The part an image runs on. The same register-level drivers serve two parts:
+// the TM4C123GH6PM of the instrument, and the LM3S6965 of the evaluation board
+// that QEMU emulates (image built with FENWA_CHIP_EMULATOR=1). Both share the
+// Cortex-M core peripherals and the UART, GPIO, SSI and I2C register layouts;
+// the emulated part has no FPU, no EEPROM controller, no hibernation module,
+// only UART0-2 and SSI0, and the older clock-gating registers. Drivers ask
+// these questions instead of testing the build flag themselves.
+#pragma once
+#include <stdint.h>
+
+#ifndef FENWA_CHIP_EMULATOR
+#define FENWA_CHIP_EMULATOR 0
+#endif
+
+namespace chip {
+
+constexpr bool kEmulator = FENWA_CHIP_EMULATOR != 0;
+constexpr bool kHasFpu = !kEmulator;
+constexpr uint32_t kSystemClockHz = 50000000u;
+
+// Memory-mapped register access.
+inline volatile uint32_t &reg(uint32_t addr) {
+    return *reinterpret_cast<volatile uint32_t *>(addr);
+}
+
+// Peripherals present on the part: touching an absent one faults on the
+// emulated board, so its driver behaves as an unconnected port instead.
+constexpr bool has_uart(uint32_t base) {
+    return base == 0x4000C000u || base == 0x4000E000u ||
+           (!kEmulator && base >= 0x4000F000u && base <= 0x40013000u);
+}
+constexpr bool has_ssi(uint32_t base) {
+    return base == 0x40008000u || (!kEmulator && base == 0x4000B000u);
+}
+
+} // namespace chip
