@@ -39,6 +39,9 @@ target_compile_definitions(fenwa PRIVATE _GNU_SOURCE FENWA_CHIP_EMULATOR=${FENWA
 # One foreground loop and interrupts that never construct statics: no guards.
 target_compile_options(fenwa PRIVATE ${FENWA_WARNINGS} ${FENWA_FIRMWARE_FLAGS}
                                      -ffunction-sections -fdata-sections -fno-threadsafe-statics)
+# Frame sizes and direct-call graph of every object (.su, .ci next to the .obj)
+# for the stack figure of the size report.
+target_compile_options(fenwa PRIVATE -fstack-usage -fcallgraph-info=su)
 target_link_options(fenwa PRIVATE
     -T${FENWA_LINKER_SCRIPT}
     -L${FENWA_CHIP_DIR}
@@ -55,6 +58,37 @@ add_custom_command(TARGET fenwa POST_BUILD
             -DFLASH_BYTES=262144 -DRAM_BYTES=${FENWA_RAM_BYTES} -P ${CMAKE_SOURCE_DIR}/cmake/size-report.cmake
     BYPRODUCTS ${CMAKE_CURRENT_BINARY_DIR}/fenwa.bin ${CMAKE_CURRENT_BINARY_DIR}/fenwa.map
     VERBATIM)
+
+# ---- the microSD card: the FAT module and its disk layer --------------------
+# The generic FAT module (revision 0.10 or later) is the user's: point
+# FENWA_FATFS_DIR at the folder holding its ff.c, ff.h, diskio.h and ffconf.h.
+# Its folder comes first on the include path, so its own ff.h and diskio.h
+# stand in for ours. Without it the card layer answers FR_NOT_READY.
+set(FENWA_FATFS_DIR "" CACHE PATH "Folder of the FAT module's ff.c (empty: no card support)")
+set(FENWA_CARD_SOURCES ${FENWA_CHIP_DIR}/sd_spi.cpp ${FENWA_CHIP_DIR}/fattime.cpp)
+get_target_property(FENWA_IMAGE_SOURCES fenwa SOURCES)
+if(FENWA_FATFS_DIR)
+  if(NOT EXISTS ${FENWA_FATFS_DIR}/ff.c)
+    message(FATAL_ERROR "FENWA_FATFS_DIR: no ff.c in ${FENWA_FATFS_DIR}")
+  endif()
+  set(FENWA_FATFS_SOURCES ${FENWA_FATFS_DIR}/ff.c)
+  foreach(extra ffsystem.c ffunicode.c)
+    if(EXISTS ${FENWA_FATFS_DIR}/${extra})
+      list(APPEND FENWA_FATFS_SOURCES ${FENWA_FATFS_DIR}/${extra})
+    endif()
+  endforeach()
+  # Someone else's C: built with its own flags, not held to our warnings.
+  add_library(fenwa_fatfs STATIC ${FENWA_FATFS_SOURCES})
+  target_include_directories(fenwa_fatfs PRIVATE ${FENWA_FATFS_DIR} ${FENWA_CHIP_DIR})
+  target_compile_options(fenwa_fatfs PRIVATE -ffunction-sections -fdata-sections)
+  target_include_directories(fenwa BEFORE PRIVATE ${FENWA_FATFS_DIR})
+  target_include_directories(fenwa PRIVATE ${FENWA_CHIP_DIR}) # our diskio.h, if it has none
+  target_link_libraries(fenwa PRIVATE fenwa_fatfs)
+  list(REMOVE_ITEM FENWA_IMAGE_SOURCES ${FENWA_CHIP_DIR}/ff_nocard.cpp)
+else()
+  list(REMOVE_ITEM FENWA_IMAGE_SOURCES ${FENWA_CARD_SOURCES})
+endif()
+set_property(TARGET fenwa PROPERTY SOURCES ${FENWA_IMAGE_SOURCES})
 
 if(FENWA_CHIP_EMULATOR)
   enable_testing()
