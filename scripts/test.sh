@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, then builds and tests the
-# simulated instrument (plain and with ASan/UBSan) and builds the chip image
-# with its flash and RAM report. Exits non-zero if any step fails; a failing
-# step skips the rest of its own build but not the other builds.
+# simulated instrument (plain and with ASan/UBSan), builds the chip image with
+# its size budget, and boots the emulator image on QEMU. Exits non-zero if
+# any step fails; a failing step skips the rest of its own build but not the
+# other builds.
 set -uo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,6 +31,11 @@ done
 
 step "arm: configure" cmake --preset arm &&
     step "arm: build" cmake --build --preset arm
+
+# The same drivers on QEMU's emulated evaluation board, booted and typed at.
+step "qemu: configure" cmake --preset qemu &&
+    step "qemu: build" cmake --build --preset qemu &&
+    step "qemu: boot test" ctest --preset qemu --output-on-failure --no-tests=error --timeout 600 </dev/null
 
 echo
 if ((${#failed[@]} > 0)); then
