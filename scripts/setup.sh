@@ -9,6 +9,7 @@ packages=(
     gcc-arm-none-eabi libnewlib-arm-none-eabi libstdc++-arm-none-eabi-newlib
     clang-format
     lrzsz
+    python3
 )
 
 missing=()
