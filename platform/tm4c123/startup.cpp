@@ -46,9 +46,18 @@ void uart6_isr(void) __attribute__((weak, alias("IntDefaultHandler")));
 void uart7_isr(void) __attribute__((weak, alias("IntDefaultHandler")));
 void faultISR_handler(void) __attribute__((weak, alias("IntDefaultHandler")));
 
+// The emulated part has no hibernation clock: its stand-in counts SysTick's
+// milliseconds, ahead of the firmware's own tick.
+void emu_clock_tick(void);
+
 namespace {
 
 typedef void (*Vector)(void);
+
+void emu_systick(void) {
+    emu_clock_tick();
+    SysTickIntHandler();
+}
 
 // Vector numbers: 0 is the initial stack pointer, 1..15 the processor's
 // exceptions, 16.. the chip's interrupts (hw_types.h numbers them).
@@ -76,7 +85,7 @@ constexpr VectorTable build_vectors() {
     t.entry[VEC_MEM_MANAGE] = faultISR_handler;
     t.entry[VEC_BUS_FAULT] = faultISR_handler;
     t.entry[VEC_USAGE_FAULT] = faultISR_handler;
-    t.entry[FAULT_SYSTICK] = SysTickIntHandler;
+    t.entry[FAULT_SYSTICK] = chip::kEmulator ? emu_systick : SysTickIntHandler;
     t.entry[INT_UART0] = UARTStdioIntHandler;
     t.entry[INT_UART2] = uart2_isr;
     t.entry[INT_UART3] = uart3_isr;

@@ -1,0 +1,71 @@
+// EEPROM of the emulated board, which has no EEPROM controller: the same
+// calls over 2 KB of RAM that no start-up code touches (section .keep_ram),
+// so the record survives a reset as it survives one on the chip. Same window
+// as the chip's back end: firmware address A is byte A - 1024 of the array,
+// and a request outside 1024..3071 is refused.
+//
+// A word kept beside the array tells a used array from RAM that was never
+// set; an unset one starts erased (all 0xFF), as a new chip does.
+#include "eeprom.h"
+
+namespace {
+
+constexpr uint32_t CHIP_SIZE = 2048u;
+constexpr uint32_t WINDOW_BASE = 1024u; // firmware address of array byte 0
+constexpr uint32_t MAGIC = 0xEE9B0A5Du;
+constexpr uint32_t STATUS_REFUSED = 0x10u; // EEDONE's NOPERM
+
+struct Store {
+    uint32_t magic;
+    uint32_t words[CHIP_SIZE / 4u];
+};
+
+__attribute__((section(".keep_ram"))) Store g_store;
+
+Store &store(void) {
+    if (g_store.magic != MAGIC) {
+        for (uint32_t &w : g_store.words) {
+            w = 0xFFFFFFFFu;
+        }
+        g_store.magic = MAGIC;
+    }
+    return g_store;
+}
+
+bool in_window(uint32_t address, uint32_t count) {
+    return address >= WINDOW_BASE && count <= CHIP_SIZE &&
+           address - WINDOW_BASE <= CHIP_SIZE - count && (address % 4u) == 0u && (count % 4u) == 0u;
+}
+
+} // namespace
+
+uint32_t EEPROMInit(void) {
+    store();
+    return EEPROM_INIT_OK;
+}
+
+uint32_t EEPROMSizeGet(void) {
+    return CHIP_SIZE;
+}
+
+void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
+    if (data == nullptr || !in_window(address, count)) {
+        return;
+    }
+    const uint32_t *src = &store().words[(address - WINDOW_BASE) / 4u];
+    for (uint32_t i = 0; i < count / 4u; i++) {
+        data[i] = src[i];
+    }
+}
+
+// 0 is success, as EEDONE reports it.
+uint32_t EEPROMProgram(uint32_t *data, uint32_t address, uint32_t count) {
+    if (data == nullptr || !in_window(address, count)) {
+        return STATUS_REFUSED;
+    }
+    uint32_t *dst = &store().words[(address - WINDOW_BASE) / 4u];
+    for (uint32_t i = 0; i < count / 4u; i++) {
+        dst[i] = data[i];
+    }
+    return 0u;
+}
