@@ -33,4 +33,12 @@ constexpr bool has_ssi(uint32_t base) {
     return base == 0x40008000u || (!kEmulator && base == 0x4000B000u);
 }
 
+// Input lines that nothing drives on the emulated board but that must read
+// as their idle level there: the ADC's data-ready line (PE1, low = a
+// conversion is ready) belongs to an ADC on SSI3, which the emulated part
+// lacks, so it idles high and the firmware sees "no conversion".
+constexpr uint8_t idle_high_inputs(uint32_t port) {
+    return (kEmulator && port == 0x40024000u) ? 0x02u : 0x00u;
+}
+
 } // namespace chip

@@ -5,8 +5,10 @@
 // and a request outside 1024..3071 is refused.
 //
 // A word kept beside the array tells a used array from RAM that was never
-// set; an unset one starts erased (all 0xFF), as a new chip does.
+// set; an unset one is a board fresh from the factory: erased (all 0xFF) and
+// then given the default configuration record.
 #include "eeprom.h"
+#include "emu_factory.h"
 
 namespace {
 
@@ -28,6 +30,7 @@ Store &store(void) {
             w = 0xFFFFFFFFu;
         }
         g_store.magic = MAGIC;
+        emu_factory_record(reinterpret_cast<uint8_t *>(g_store.words), CHIP_SIZE);
     }
     return g_store;
 }

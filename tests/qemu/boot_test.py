@@ -3,6 +3,8 @@
 it on UART0 as an operator would: start-up, "version", "period 20" and
 "getperiod", a "t0" sample (no ADC on that board: its readings show the
 no-conversion value), then four carriage returns and a key for the main menu.
+The FRAM is QEMU's 32 KB I2C memory at 0x50 (same protocol), backed by a
+zeroed file as a new board's FRAM.
 
 Exits 0 when every reply came, 1 with the transcript when one did not, 77
 (skipped) when qemu-system-arm is not installed. Ends by itself: every wait
@@ -17,6 +19,7 @@ import select
 import shutil
 import subprocess
 import sys
+import tempfile
 import time
 
 SKIP = 77
@@ -80,8 +83,16 @@ def main():
         print(f"SKIP: {args.qemu} is not installed (Debian package qemu-system-arm)")
         return SKIP
 
+    # Without a backing file QEMU clears the device at every reset, and an
+    # emulated hibernation is a reset.
+    workdir = tempfile.TemporaryDirectory(prefix="fenwa-qemu-")
+    fram = os.path.join(workdir.name, "fram.bin")
+    with open(fram, "wb") as f:
+        f.write(bytes(32768))
     cmd = [qemu, "-M", "lm3s6965evb", "-display", "none", "-monitor", "none", "-serial", "stdio",
-           "-kernel", args.elf] + args.qemu_args
+           "-kernel", args.elf,
+           "-drive", f"file={fram},if=none,format=raw,id=fram",
+           "-device", "at24c-eeprom,bus=i2c,address=0x50,rom-size=32768,drive=fram"] + args.qemu_args
     board = Board(cmd)
     steps = [
         # (text to type or None, reply pattern, seconds, what)
@@ -115,6 +126,7 @@ def main():
     finally:
         board.pump(0.3)
         board.close()
+        workdir.cleanup()
         transcript = board.seen.decode("latin-1")
         if args.log:
             with open(args.log, "w", encoding="latin-1") as f:
