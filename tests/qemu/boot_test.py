@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Boots the emulator image on QEMU's LM3S6965 evaluation board and talks to
 it on UART0 as an operator would: start-up, "version", "period 20" and
-"getperiod", a "t0" sample (no ADC on that board: its readings show the
-no-conversion value), then four carriage returns and a key for the main menu.
+"getperiod", a hibernation ended by a console byte (the board restarts and
+keeps its EEPROM and FRAM: no new defaults, the period still 20), a "t0"
+sample (no ADC on that board: its readings show the no-conversion value),
+then four carriage returns and a key for the main menu.
 The FRAM is QEMU's 32 KB I2C memory at 0x50 (same protocol), backed by a
 zeroed file as a new board's FRAM.
 
@@ -102,6 +104,11 @@ def main():
         (None, rb"\r\n>", 10, "prompt after version"),
         ("period 20\r", rb"period 20\r\n\r\n>", 10, "prompt after period 20"),
         ("getperiod\r", rb"getperiod\r\n20\r\n>", 10, "period read back"),
+        ("sleep\r", rb"sleep\r\n\*", 10, "hibernation"),
+        ("pause", 1.0, None, None),
+        ("x", rb"f_mount error[^\r]*\r\n\r\n>", 30, "restart after the wake-up byte"),
+        ("absent", rb"Defaults assigned", None, "FRAM kept through the hibernation"),
+        ("getperiod\r", rb"getperiod\r\n20\r\n>", 10, "period kept through the hibernation"),
         ("t0\r", rb"ADS1248 no DRDY", 30, "no-ADC notice"),
         (None, rb"\r\n#0000000\t\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\t[^\r\n]*-999\.0[^\r\n]*\r\n", 120,
          "sample line with the no-conversion value"),
@@ -115,7 +122,17 @@ def main():
     ]
     ok = True
     try:
+        since = 0
         for text, pattern, seconds, what in steps:
+            if text == "pause":
+                board.pump(pattern)
+                continue
+            if text == "absent":
+                if re.search(pattern, board.seen[since:board.mark]):
+                    raise AssertionError(f"{pattern!r} came again: {what} failed")
+                print(f"ok   {what}")
+                continue
+            since = board.mark
             if text is not None:
                 board.type(text)
             board.expect(pattern, seconds, what)
