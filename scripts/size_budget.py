@@ -369,7 +369,7 @@ def read_graph(objdir, defined, linked):
     node_re = re.compile(r'node: \{ title: "([^"]*)" label: "(.*)"')
     edge_re = re.compile(r'edge: \{ sourcename: "([^"]*)" targetname: "([^"]*)"')
     size_re = re.compile(r"\\n(\d+) bytes \(([a-z,]+)\)")
-    for ci in glob.glob(os.path.join(objdir, "**", "*.ci"), recursive=True):
+    for ci in sorted(glob.glob(os.path.join(objdir, "**", "*.ci"), recursive=True)):
         if linked is not None and os.path.normpath(os.path.abspath(ci[:-3] + ".obj")) not in linked:
             continue  # left over from a source that is gone
         title = None
@@ -464,7 +464,8 @@ class Stack:
         return self.aliases.get(name, name)
 
     def callees(self, key):
-        return [self.resolve(c) for c in self.edges.get(key, ())]
+        # sorted: the memo makes the walk order-dependent; keep it the same on every run
+        return [self.resolve(c) for c in sorted(self.edges.get(key, ()))]
 
     def cycles(self):
         """Function -> its strongly connected component, for the recursive ones."""
@@ -506,7 +507,7 @@ class Stack:
                             frozen = frozenset(comp)
                             for w in comp:
                                 out[w] = frozen
-        for v in list(self.frame):
+        for v in sorted(self.frame):
             if v not in index:
                 visit(v)
         return out
@@ -562,7 +563,7 @@ class Stack:
         best = (0, [])
         for callee in self.callees(key):
             if callee == INDIRECT:
-                for t in self.indirect_targets(key):
+                for t in sorted(self.indirect_targets(key)):
                     if t not in path:
                         d = self.depth(t, path)
                         if d[0] > best[0]:
