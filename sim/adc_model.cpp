@@ -179,7 +179,8 @@ uint64_t Ads1248::latest_ready(uint64_t t) const {
 }
 
 bool Ads1248::drdy_high(uint64_t now) {
-    if (environment().adc_fault == "nodrdy") {
+    const std::string &fault = environment().adc_fault;
+    if (!fault.empty() && fault == "nodrdy") {
         return true;
     }
     uint64_t r = latest_ready(now);

@@ -5,6 +5,7 @@
 #include "board.h"
 
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <time.h>
@@ -115,7 +116,7 @@ void Board::default_vectors() {
 void Board::power_on_reset() {
     master_on = true;
     in_handler = false;
-    due_ = 0;
+    touch();
     std::fill(std::begin(nvic), std::end(nvic), false);
     uart_nvic = 0;
     systick_period = 0;
@@ -152,7 +153,7 @@ uint64_t Board::compute_limit() const {
     return l;
 }
 
-void Board::check_limit() {
+void Board::check_limit_slow() {
     if (child_stop_requested && mode == Mode::Child) {
         end_cycle(EndReason::Stopped);
     }
@@ -165,14 +166,11 @@ void Board::check_limit() {
     }
 }
 
-uint64_t Board::next_event() {
-    update();
-    return std::min(due_, limit_);
-}
-
 // Brings every peripheral up to the clock. In a power cycle the next event
 // time is kept, and nothing is looked at before it comes (calls that change
-// a peripheral's schedule call touch()); unit tests always look.
+// a peripheral's schedule call touch()); unit tests always look. Each UART
+// keeps its next event too, so a SysTick does not visit the UARTs, and a
+// byte on one line visits only that one.
 void Board::update_all() {
     uint64_t n = now();
     if (systick_on && n >= systick_next) {
@@ -180,32 +178,27 @@ void Board::update_all() {
         uint64_t missed = (n - systick_next) / systick_period;
         systick_next += (missed + 1) * systick_period;
     }
-    uint64_t due = systick_on && systick_int ? systick_next : kNever;
-    for (uint32_t i : kUartOrder) {
-        if (uarts[i].present) {
-            uarts[i].update(n);
-            due = std::min(due, uarts[i].next_event());
+    const bool all = mode != Mode::Child;
+    if (all || uart_dirty_ != 0 || n >= uart_due_) {
+        uint64_t ud = kNever;
+        for (uint32_t i : kUartOrder) {
+            Uart &u = uarts[i];
+            if (!u.present) {
+                continue;
+            }
+            if (all || (uart_dirty_ & (1u << i)) != 0 || n >= u.due) {
+                u.update(n);
+                u.due = u.next_event();
+            }
+            ud = std::min(ud, u.due);
         }
+        uart_due_ = ud;
+        uart_dirty_ = 0;
+        // in a power cycle the limit moves only with the console script
+        limit_ = compute_limit();
     }
-    due_ = due;
-    limit_ = compute_limit();
-}
-
-bool Board::deliverable() const {
-    if (in_handler || !master_on) {
-        return false;
-    }
-    if (systick_pending && systick_int) {
-        return true;
-    }
-    // only the UARTs whose NVIC line is open can interrupt
-    for (uint32_t armed = uart_nvic; armed != 0; armed &= armed - 1) {
-        const Uart &u = uarts[__builtin_ctz(armed)];
-        if ((u.raw & u.mask) != 0) {
-            return true;
-        }
-    }
-    return false;
+    due_ = std::min(systick_on && systick_int ? systick_next : kNever, uart_due_);
+    wake_ = all ? 0 : std::min(due_, limit_);
 }
 
 void Board::nvic_set(uint32_t v, bool on) {
@@ -217,7 +210,7 @@ void Board::nvic_set(uint32_t v, bool on) {
     }
 }
 
-void Board::deliver() {
+void Board::deliver_pending() {
     // A handler that leaves its cause standing is taken again at the next
     // call boundary, not in a loop here, so the foreground still moves.
     for (int n = 0; n < 8 && deliverable(); ++n) {
@@ -248,17 +241,6 @@ void Board::deliver() {
         }
         update();
     }
-}
-
-void Board::call(uint32_t cost) {
-    uint64_t n = (now() += cost);
-    if (mode != Mode::Child || n >= due_ || n >= limit_ || child_stop_requested) {
-        check_limit();
-    }
-    if ((st->realtime || input_fd >= 0) && !in_handler && mono_ns() - last_poll_ns > 2000000) {
-        rt_sync();
-    }
-    deliver();
 }
 
 void Board::advance_to(uint64_t t) {
@@ -351,6 +333,12 @@ void Board::end_cycle(EndReason r) {
     }
     console->flush();
     st->end_reason = r;
+    if (done_fd >= 0) {
+        char c = 1;
+        ssize_t n = write(done_fd, &c, 1);
+        (void)n;
+        sched_yield(); // the supervisor goes on before this process is torn down
+    }
     _exit(0);
 }
 
@@ -380,10 +368,10 @@ uint64_t Board::rtc_cycle_of(uint32_t second) const {
 }
 
 Uart *Board::uart(uint32_t base) {
-    for (auto &u : uarts) {
-        if (u.base == base && u.present) {
-            return &u;
-        }
+    // the UART blocks sit 4 KB apart from UART0
+    uint32_t i = (base - UART0_BASE) >> 12;
+    if (i < kUarts && uarts[i].base == base && uarts[i].present) {
+        return &uarts[i];
     }
     return nullptr;
 }

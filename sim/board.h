@@ -81,6 +81,7 @@ struct Uart {
     uint32_t raw = 0, mask = 0;
     uint64_t rx_quiet_since = 0;
     uint64_t overruns = 0;
+    uint64_t due = 0;          // next_event() as last computed (power cycles only)
     double line_baud = 115200; // the rate the bits really run at
     bool rate_warned = false;
     std::shared_ptr<SerialDevice> dev;
@@ -164,30 +165,82 @@ class Board {
     FATFS *mounted = nullptr;
 
     int input_fd = -1;     // live console input (real-time runs)
+    int done_fd = -1;      // a power cycle forked ahead reports its end here
     bool quit_key = false; // Ctrl-] ends the run
     int64_t last_poll_ns = 0;
     std::vector<std::string> notes; // one-time warnings, printed on stderr in a run
     uint64_t due_ = 0;              // nothing happens before this (power cycles only)
+    uint64_t uart_due_ = 0;         // no UART has anything to do before this (power cycles only)
+    uint8_t uart_dirty_ = 0xFF;     // bit i: UART i must be looked at again
     uint64_t limit_ = kNever;
+    uint64_t wake_ = 0; // min(due_, limit_) in a power cycle, 0 in tests: a call there looks
 
     uint64_t &now() { return st->now; }
     void power_on_reset();
     void default_vectors();
-    void call(uint32_t cost = kCallCost);
-    void deliver();
-    bool deliverable() const;
+    // The platform calls run through these millions of times a simulated
+    // day: the common case (nothing due, nothing pending) stays inline.
+    void call(uint32_t cost = kCallCost) {
+        uint64_t n = (now() += cost);
+        if (n >= wake_ || child_stop_requested) {
+            check_limit_slow();
+        }
+        if ((st->realtime || input_fd >= 0) && !in_handler && mono_ns() - last_poll_ns > 2000000) {
+            rt_sync();
+        }
+        deliver();
+    }
+    void deliver() {
+        if (deliverable()) {
+            deliver_pending();
+        }
+    }
+    void deliver_pending();
+    bool deliverable() const {
+        if (in_handler || !master_on) {
+            return false;
+        }
+        if (systick_pending && systick_int) {
+            return true;
+        }
+        // only the UARTs whose NVIC line is open can interrupt
+        for (uint32_t armed = uart_nvic; armed != 0; armed &= armed - 1) {
+            const Uart &u = uarts[__builtin_ctz(armed)];
+            if ((u.raw & u.mask) != 0) {
+                return true;
+            }
+        }
+        return false;
+    }
     void advance_to(uint64_t t);
     void idle();
-    uint64_t next_event(); // next time something happens (updates first)
+    uint64_t next_event() { // next time something happens (updates first)
+        update();
+        return due_ < limit_ ? due_ : limit_;
+    }
     void update() {
         if (mode != Mode::Child || now() >= due_) {
             update_all();
         }
     }
     void update_all();
-    void touch() { due_ = 0; } // a peripheral's schedule changed
+    void touch() { // a peripheral's schedule changed
+        due_ = 0;
+        wake_ = 0;
+        uart_dirty_ = 0xFF;
+    }
+    void touch_uart(const Uart &u) { // this UART's schedule changed
+        due_ = 0;
+        wake_ = 0;
+        uart_dirty_ = uint8_t(uart_dirty_ | (1u << u.index));
+    }
     uint64_t compute_limit() const;
-    void check_limit();
+    void check_limit() {
+        if (now() >= wake_ || child_stop_requested) {
+            check_limit_slow();
+        }
+    }
+    void check_limit_slow();
     void rt_sync() {
         if (st->realtime || input_fd >= 0) {
             rt_sync_wall();

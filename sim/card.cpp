@@ -10,13 +10,13 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "board.h"
 #include "ff.h"
+#include "host_dir.h"
 
 namespace {
 
@@ -137,15 +137,12 @@ bool host_stat(const std::string &p, struct stat &sb) {
 // each), sorted: (short name, host name).
 std::vector<std::pair<std::string, std::string>> listing(const std::string &dir) {
     std::vector<std::pair<std::string, std::string>> v;
-    std::error_code ec;
-    for (auto it = std::filesystem::directory_iterator(dir, ec);
-         !ec && it != std::filesystem::directory_iterator(); it.increment(ec)) {
-        std::string name = it->path().filename().string();
+    for (std::string &name : sim::host_dir_names(dir)) {
         std::string sn;
         if (name.empty() || name[0] == '.' || !short_name(name, sn)) {
             continue;
         }
-        v.push_back({sn, name});
+        v.push_back({sn, std::move(name)});
     }
     std::sort(v.begin(), v.end());
     v.erase(std::unique(v.begin(), v.end(),
@@ -303,7 +300,11 @@ FRESULT f_mount(FATFS *fs, const TCHAR *path, BYTE) {
     fs->fs_type = 3; // FAT32
     fs->csize = 64;
     fs->n_fatent = kClusters + 2;
-    fs->free_clust = free_clusters();
+    // Free clusters are counted when an allocation first needs them or
+    // f_getfree asks, as after a FAT module's delayed mount, not at every
+    // wake-up.
+    fs->free_clust = 0xFFFFFFFFu;
+    g_free_cache = 0;
     b.mounted = fs;
     return FR_OK;
 }

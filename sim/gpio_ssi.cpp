@@ -85,26 +85,28 @@ void attach_spi(uint32_t ssi_base, std::shared_ptr<SpiDevice> dev) {
     }
 }
 
-uint8_t gpio_levels(uint32_t port_base) {
-    Board &b = board();
-    int p = port_index(port_base);
-    if (p < 0) {
-        return 0;
-    }
+namespace {
+// Levels of port p (an index) as the pins show them.
+uint8_t levels(Board &b, int p) {
     uint8_t in = b.gpio.input[p];
     if (p == kPortA) {
         // card detect: pulled high, the card's switch pulls it low
         in = b.st->card_absent ? uint8_t(in | GPIO_PIN_6) : uint8_t(in & ~GPIO_PIN_6);
     }
-    if (uint8_t driven = uint8_t(input_sources().mask[p] & ~b.gpio.dir[p])) {
-        for (int bit = 0; bit < 8; ++bit) {
-            if ((driven & (1u << bit)) != 0) {
-                bool high = input_sources().level[p][bit](b.now());
-                in = high ? uint8_t(in | (1u << bit)) : uint8_t(in & ~(1u << bit));
-            }
-        }
+    InputSources &src = input_sources();
+    for (unsigned driven = src.mask[p] & ~b.gpio.dir[p] & 0xFFu; driven != 0;
+         driven &= driven - 1) {
+        int bit = __builtin_ctz(driven);
+        bool high = src.level[p][bit](b.now());
+        in = high ? uint8_t(in | (1u << bit)) : uint8_t(in & ~(1u << bit));
     }
     return uint8_t((b.gpio.data[p] & b.gpio.dir[p]) | (in & ~b.gpio.dir[p]));
+}
+} // namespace
+
+uint8_t gpio_levels(uint32_t port_base) {
+    int p = port_index(port_base);
+    return p < 0 ? 0 : levels(board(), p);
 }
 
 const std::vector<LedEvent> &led_log() {
@@ -158,7 +160,7 @@ int32_t GPIOPinRead(uint32_t port, uint8_t pins) {
     if (gport(port, p) == nullptr) {
         return 0;
     }
-    return int32_t(sim::gpio_levels(port) & pins);
+    return int32_t(sim::levels(board(), p) & pins);
 }
 
 void GPIOPinWrite(uint32_t port, uint8_t pins, uint8_t val) {

@@ -11,6 +11,7 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sched.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -96,7 +97,6 @@ void child_signals() {
 
 // One power cycle: the processor starts from reset and runs the entry point.
 [[noreturn]] void child_main(Board &b, void (*entry)()) {
-    child_signals();
     child_stop_requested = 0;
     b.mode = Board::Mode::Child;
     b.power_on_reset();
@@ -134,6 +134,145 @@ int wait_child(pid_t pid) {
                 kill(pid, SIGKILL); // stuck in a loop without platform calls
             } else {
                 usleep(10000);
+            }
+        }
+    }
+}
+
+// ---- power cycles forked ahead --------------------------------------------------
+// In fast runs without a live console the process of the next power cycle is
+// forked while the current one runs and waits on a pipe; it starts as soon as
+// the current one has reported its end, while the kernel still tears that one
+// down. The child sees the same memory either way: between power cycles the
+// supervisor changes only BoardState (shared) and its own bookkeeping.
+struct Spare {
+    pid_t pid = -1;
+    int go = -1;   // a byte starts the power cycle; end of file ends the process unused
+    int done = -1; // the power cycle writes a byte when it ends
+};
+
+Spare fork_spare(Board &b, void (*entry)()) {
+    Spare sp;
+    int go[2], done[2];
+    if (pipe2(go, O_CLOEXEC) != 0) {
+        return sp;
+    }
+    if (pipe2(done, O_CLOEXEC) != 0) {
+        close(go[0]);
+        close(go[1]);
+        return sp;
+    }
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(go[1]);
+        close(done[0]);
+        child_signals();
+        char c = 0;
+        ssize_t n;
+        do {
+            n = read(go[0], &c, 1);
+        } while (n < 0 && errno == EINTR);
+        if (n != 1) {
+            _exit(0); // not needed after all
+        }
+        close(go[0]);
+        b.done_fd = done[1];
+        child_main(b, entry);
+    }
+    close(go[0]);
+    close(done[1]);
+    if (pid < 0) {
+        close(go[1]);
+        close(done[0]);
+        return sp;
+    }
+    sp.pid = pid;
+    sp.go = go[1];
+    sp.done = done[0];
+    return sp;
+}
+
+// Starts a spare's power cycle; false when it is gone.
+bool start_spare(Spare &sp) {
+    char c = 1;
+    ssize_t n;
+    do {
+        n = write(sp.go, &c, 1);
+    } while (n < 0 && errno == EINTR);
+    close(sp.go);
+    sp.go = -1;
+    return n == 1;
+}
+
+// Ends a spare that never started.
+void drop_spare(Spare &sp) {
+    if (sp.pid <= 0) {
+        return;
+    }
+    if (sp.go >= 0) {
+        close(sp.go);
+    }
+    close(sp.done);
+    int status;
+    while (waitpid(sp.pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    sp = Spare();
+}
+
+// Reaps the power cycles that reported their end and have gone since; all of
+// them when `wait` is set.
+void reap(std::vector<pid_t> &exiting, bool wait) {
+    for (size_t i = 0; i < exiting.size();) {
+        int status;
+        pid_t r;
+        do {
+            r = waitpid(exiting[i], &status, wait ? 0 : WNOHANG);
+        } while (r < 0 && errno == EINTR);
+        if (r == 0) {
+            ++i;
+        } else {
+            exiting.erase(exiting.begin() + long(i));
+        }
+    }
+}
+
+// Waits for the end of a power cycle started from a spare. True when it
+// reported its end (the process is reaped later); false when it died
+// without a report, with its wait status in `status`.
+bool wait_report(pid_t pid, int done, int &status) {
+    bool sent = false;
+    int64_t since = 0;
+    for (;;) {
+        char c;
+        if (!g_stop) {
+            ssize_t n = read(done, &c, 1);
+            if (n == 1) {
+                return true;
+            }
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            status = wait_child(pid);
+            return false;
+        }
+        // stopping: forward it, and give a stuck cycle 2 s
+        if (!sent) {
+            kill(pid, SIGTERM);
+            sent = true;
+            since = mono_ns();
+        } else if (mono_ns() - since > 2000000000) {
+            kill(pid, SIGKILL);
+        }
+        pollfd p{done, POLLIN, 0};
+        if (poll(&p, 1, 10) > 0) {
+            ssize_t n = read(done, &c, 1);
+            if (n == 1) {
+                return true;
+            }
+            if (n == 0 || errno != EINTR) {
+                status = wait_child(pid);
+                return false;
             }
         }
     }
@@ -858,6 +997,10 @@ RunResult run_here(const Options &o, int out_fd) {
 
     std::string last_end = "none";
     int64_t last_save = mono_ns();
+    // fork ahead only where nothing but BoardState changes between cycles
+    const bool ahead = !s.realtime && b.input_fd < 0;
+    Spare spare;
+    std::vector<pid_t> exiting; // reported their end, not yet reaped
     for (;;) {
         if (g_stop) {
             res.stop = "stopped";
@@ -868,18 +1011,48 @@ RunResult run_here(const Options &o, int out_fd) {
         }
         s.end_reason = EndReason::None;
         s.cycle_index++;
-        fflush(nullptr);
-        pid_t pid = fork();
-        if (pid < 0) {
-            run.msg(std::string("fork failed: ") + std::strerror(errno));
-            res.exit_code = 1;
-            break;
+        pid_t pid = -1;
+        int done = -1;
+        if (ahead && spare.pid < 0) {
+            spare = fork_spare(b, o.entry);
         }
-        if (pid == 0) {
-            child_main(b, o.entry);
+        if (spare.pid > 0) {
+            if (start_spare(spare)) {
+                pid = spare.pid;
+                done = spare.done;
+                spare = Spare();
+                sched_yield(); // let it have a processor before the next one is forked
+            } else {
+                drop_spare(spare);
+            }
+        }
+        if (pid < 0) {
+            fflush(nullptr);
+            pid = fork();
+            if (pid < 0) {
+                run.msg(std::string("fork failed: ") + std::strerror(errno));
+                res.exit_code = 1;
+                break;
+            }
+            if (pid == 0) {
+                child_signals();
+                child_main(b, o.entry);
+            }
         }
         g_child = pid;
-        int status = wait_child(pid);
+        if (ahead) {
+            spare = fork_spare(b, o.entry); // the next cycle's, while this one runs
+        }
+        reap(exiting, false);
+        int status = 0;
+        if (done < 0) {
+            status = wait_child(pid);
+        } else {
+            if (wait_report(pid, done, status)) {
+                exiting.push_back(pid);
+            }
+            close(done);
+        }
         g_child = -1;
         res.cycles++;
         folder.lifetime_cycles++;
@@ -925,6 +1098,8 @@ RunResult run_here(const Options &o, int out_fd) {
         }
         break;
     }
+    drop_spare(spare);
+    reap(exiting, true);
     folder.save(s, last_end, folder.lifetime_cycles);
     run.show_progress(true);
     if (res.stop == "stopped") {

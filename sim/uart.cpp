@@ -117,6 +117,7 @@ void Uart::power_on() {
     raw = mask = 0;
     rx_quiet_since = 0;
     overruns = 0;
+    due = 0;
 }
 
 // The divisor is computed from the clock the caller names; the bits run at the
@@ -234,8 +235,11 @@ sim::Uart *port(uint32_t base) {
 sim::Uart *port_change(uint32_t base) {
     sim::Board &b = board();
     b.call();
-    b.touch();
-    return b.uart(base);
+    sim::Uart *u = b.uart(base);
+    if (u != nullptr) {
+        b.touch_uart(*u);
+    }
+    return u;
 }
 } // namespace
 
