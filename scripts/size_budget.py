@@ -288,21 +288,29 @@ class Demangle:
         return t
 
 
-def params_of_function(sym):
-    """Parameter types of a mangled function, or None (plain C names: unknown)."""
+def past_name(sym):
+    """A demangler standing after the function's name, or None (not a plain mangled function)."""
     sym = sym.split(".")[0]
     if not sym.startswith("_Z"):
         return None
     d = Demangle(sym)
     d.i = 2
+    if d.peek() == "L":
+        d.i += 1
+    if d.peek() == "N":
+        d.nested()
+    elif d.peek().isdigit():
+        d.source_name()
+    else:
+        return None
+    return d
+
+
+def params_of_function(sym):
+    """Parameter types of a mangled function, or None (plain C names: unknown)."""
     try:
-        if d.peek() == "L":
-            d.i += 1
-        if d.peek() == "N":
-            d.nested()
-        elif d.peek().isdigit():
-            d.source_name()
-        else:
+        d = past_name(sym)
+        if d is None:
             return None
         if d.peek() == "I":
             return None  # templates encode a return type first
@@ -316,20 +324,10 @@ def params_of_function(sym):
 
 def pointer_params_of(sym):
     """(return type, parameter list) of each function pointer a mangled function takes."""
-    sym = sym.split(".")[0]
-    if not sym.startswith("_Z"):
-        return set()
-    d = Demangle(sym)
-    d.i = 2
     found = set()
     try:
-        if d.peek() == "L":
-            d.i += 1
-        if d.peek() == "N":
-            d.nested()
-        elif d.peek().isdigit():
-            d.source_name()
-        else:
+        d = past_name(sym)
+        if d is None:
             return set()
         while d.i < len(d.s):
             t = d.type()
