@@ -18,10 +18,43 @@ constexpr bool kEmulator = FENWA_CHIP_EMULATOR != 0;
 constexpr bool kHasFpu = !kEmulator;
 constexpr uint32_t kSystemClockHz = 50000000u;
 
+#ifdef FENWA_CHIP_HOST_REGS
+} // namespace chip
+
+// Host tests only: each register access becomes a call into the test's model
+// of the peripheral, so a driver runs unchanged against it.
+uint32_t chip_reg_read(uint32_t addr);
+void chip_reg_write(uint32_t addr, uint32_t value);
+
+namespace chip {
+
+class Reg {
+  public:
+    explicit Reg(uint32_t addr) : addr_(addr) {}
+    Reg(const Reg &) = default;
+    operator uint32_t() const { return chip_reg_read(addr_); }
+    Reg &operator=(uint32_t value) {
+        chip_reg_write(addr_, value);
+        return *this;
+    }
+    // reg(a) = reg(b) copies the value, not the address.
+    Reg &operator=(const Reg &other) { return *this = static_cast<uint32_t>(other); }
+    Reg &operator|=(uint32_t bits) { return *this = static_cast<uint32_t>(*this) | bits; }
+    Reg &operator&=(uint32_t bits) { return *this = static_cast<uint32_t>(*this) & bits; }
+
+  private:
+    uint32_t addr_;
+};
+
+inline Reg reg(uint32_t addr) {
+    return Reg(addr);
+}
+#else
 // Memory-mapped register access.
 inline volatile uint32_t &reg(uint32_t addr) {
     return *reinterpret_cast<volatile uint32_t *>(addr);
 }
+#endif
 
 // Peripherals present on the part: touching an absent one faults on the
 // emulated board, so its driver behaves as an unconnected port instead.

@@ -132,15 +132,15 @@ void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
     if ((wait_done() & EEDONE_WORKING) != 0u) {
         return;
     }
+    // The offset wraps within its block: select each block by hand, and only
+    // for a word that is read (an empty read at the window's end would
+    // otherwise select the block past the last, which the chip takes as 0).
     uint32_t word = (address - WINDOW_BASE) / 4u;
-    select_word(word);
-    for (uint32_t i = 0; i < count / 4u; i++) {
-        data[i] = reg(EERDWRINC);
-        word++;
-        // The offset wraps within its block: step to the next block by hand.
-        if (word % WORDS_PER_BLOCK == 0u && i + 1u < count / 4u) {
+    for (uint32_t i = 0; i < count / 4u; i++, word++) {
+        if (i == 0u || word % WORDS_PER_BLOCK == 0u) {
             select_word(word);
         }
+        data[i] = reg(EERDWRINC);
     }
 }
 

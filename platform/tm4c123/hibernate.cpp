@@ -76,11 +76,12 @@ bool wait_write(uint32_t limitUs) {
     return true;
 }
 
+// A write issued over one that has not completed may be lost or spoil it:
+// when WRC never comes, the write is dropped.
 void write(uint32_t addr, uint32_t value, uint32_t limitUs = WRITE_LIMIT_US) {
-    if (!ready()) {
+    if (!ready() || !wait_write(limitUs)) {
         return;
     }
-    wait_write(limitUs);
     reg(addr) = value;
     wait_write(limitUs);
 }
@@ -116,8 +117,11 @@ void HibernateIntClear(uint32_t intFlags) {
     write(HIBIC, intFlags & INT_BITS);
 }
 
+// The mask is read once a write still in flight (perhaps to it) has completed.
 void HibernateIntDisable(uint32_t intFlags) {
-    write(HIBIM, read(HIBIM) & ~(intFlags & INT_BITS));
+    if (ready() && wait_write(WRITE_LIMIT_US)) {
+        write(HIBIM, reg(HIBIM) & ~(intFlags & INT_BITS));
+    }
 }
 
 // Releases the pins held through hibernation.
