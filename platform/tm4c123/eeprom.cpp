@@ -14,6 +14,7 @@
 // report EEPROM_INIT_ERROR and a program report a non-zero status instead
 // of hanging the instrument.
 #include "eeprom.h"
+#include "eeprom_window.h"
 #include "chip.h"
 #include "sysctl.h"
 
@@ -41,8 +42,8 @@ constexpr uint32_t EESUPP_ERETRY = 0x04u;
 constexpr uint32_t EESUPP_PRETRY = 0x08u;
 constexpr uint32_t EESIZE_WORDCNT = 0xFFFFu;
 
-constexpr uint32_t CHIP_SIZE = 2048u;
-constexpr uint32_t WINDOW_BASE = 1024u; // firmware address of chip address 0
+constexpr uint32_t CHIP_SIZE = eeprom_window::kChipSize;
+constexpr uint32_t WINDOW_BASE = eeprom_window::kBase;
 constexpr uint32_t WORDS_PER_BLOCK = 16u;
 
 // Waits, in microseconds. A word program normally takes 110-600 us, but one
@@ -51,11 +52,6 @@ constexpr uint32_t WORDS_PER_BLOCK = 16u;
 constexpr uint32_t WORKING_LIMIT_US = 2000000u;
 constexpr uint32_t READY_LIMIT_US = 1000u;
 constexpr uint32_t DELAY_COUNTS_PER_US = 17u; // SysCtlDelay at 50 MHz
-
-bool in_window(uint32_t address, uint32_t count) {
-    return address >= WINDOW_BASE && count <= CHIP_SIZE &&
-           address - WINDOW_BASE <= CHIP_SIZE - count && (address % 4u) == 0u && (count % 4u) == 0u;
-}
 
 // The module answers only once its clock runs and its reset is over; touching
 // it before that faults.
@@ -126,7 +122,7 @@ uint32_t EEPROMSizeGet(void) {
 
 // A refused or unanswered read leaves the caller's buffer as it was.
 void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
-    if (data == nullptr || !in_window(address, count) || !module_ready(0u)) {
+    if (data == nullptr || !eeprom_window::contains(address, count) || !module_ready(0u)) {
         return;
     }
     if ((wait_done() & EEDONE_WORKING) != 0u) {
@@ -148,7 +144,7 @@ void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
 // value are not programmed again: a store of the whole record after one
 // setting changed then costs one word's wear, not 338.
 uint32_t EEPROMProgram(uint32_t *data, uint32_t address, uint32_t count) {
-    if (data == nullptr || !in_window(address, count) || !module_ready(0u)) {
+    if (data == nullptr || !eeprom_window::contains(address, count) || !module_ready(0u)) {
         return EEDONE_NOPERM;
     }
     uint32_t status = wait_done();

@@ -8,12 +8,13 @@
 // set; an unset one is a board fresh from the factory: erased (all 0xFF) and
 // then given the default configuration record.
 #include "eeprom.h"
+#include "eeprom_window.h"
 #include "emu_factory.h"
 
 namespace {
 
-constexpr uint32_t CHIP_SIZE = 2048u;
-constexpr uint32_t WINDOW_BASE = 1024u; // firmware address of array byte 0
+constexpr uint32_t CHIP_SIZE = eeprom_window::kChipSize;
+constexpr uint32_t WINDOW_BASE = eeprom_window::kBase;
 constexpr uint32_t MAGIC = 0xEE9B0A5Du;
 constexpr uint32_t STATUS_REFUSED = 0x10u; // EEDONE's NOPERM
 
@@ -35,11 +36,6 @@ Store &store(void) {
     return g_store;
 }
 
-bool in_window(uint32_t address, uint32_t count) {
-    return address >= WINDOW_BASE && count <= CHIP_SIZE &&
-           address - WINDOW_BASE <= CHIP_SIZE - count && (address % 4u) == 0u && (count % 4u) == 0u;
-}
-
 } // namespace
 
 uint32_t EEPROMInit(void) {
@@ -52,7 +48,7 @@ uint32_t EEPROMSizeGet(void) {
 }
 
 void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
-    if (data == nullptr || !in_window(address, count)) {
+    if (data == nullptr || !eeprom_window::contains(address, count)) {
         return;
     }
     const uint32_t *src = &store().words[(address - WINDOW_BASE) / 4u];
@@ -63,7 +59,7 @@ void EEPROMRead(uint32_t *data, uint32_t address, uint32_t count) {
 
 // 0 is success, as EEDONE reports it.
 uint32_t EEPROMProgram(uint32_t *data, uint32_t address, uint32_t count) {
-    if (data == nullptr || !in_window(address, count)) {
+    if (data == nullptr || !eeprom_window::contains(address, count)) {
         return STATUS_REFUSED;
     }
     uint32_t *dst = &store().words[(address - WINDOW_BASE) / 4u];

@@ -13,6 +13,7 @@
 // power: not active, clock stopped at 0.
 #include "hibernate.h"
 #include "chip.h"
+#include "hib_bits.h"
 #include "interrupt.h"
 #include "sysctl.h"
 
@@ -23,14 +24,7 @@ namespace {
 using chip::reg;
 
 // HIBCTL bits the stand-in keeps, at the chip's positions.
-constexpr uint32_t CTL_RTCEN = 1u << 0;
-constexpr uint32_t CTL_RTCWEN = 1u << 3;
-constexpr uint32_t CTL_PINWEN = 1u << 4;
-constexpr uint32_t CTL_CLK32EN = 1u << 6;
-constexpr uint32_t CTL_BATWKEN = 1u << 9;
-constexpr uint32_t CTL_WAKE_BITS = CTL_PINWEN | CTL_RTCWEN | CTL_BATWKEN;
-constexpr uint32_t INT_BITS = HIBERNATE_INT_RTC_MATCH_0 | HIBERNATE_INT_LOW_BAT |
-                              HIBERNATE_INT_PIN_WAKE | HIBERNATE_INT_WR_COMPLETE;
+using namespace hib_bits;
 
 constexpr uint32_t UART0_DR = 0x4000C000u;
 constexpr uint32_t UART0_FR = 0x4000C018u;

@@ -10,6 +10,7 @@
 // so a dead oscillator slows the instrument down but never hangs it.
 #include "hibernate.h"
 #include "chip.h"
+#include "hib_bits.h"
 #include "sysctl.h"
 
 namespace {
@@ -29,22 +30,9 @@ constexpr uint32_t HIBRTCT = HIB_BASE + 0x024u;
 
 constexpr uint32_t PRHIB = 0x400FEA14u; // system control: module ready
 
-constexpr uint32_t CTL_RTCEN = 1u << 0;
-constexpr uint32_t CTL_HIBREQ = 1u << 1;
-constexpr uint32_t CTL_RTCWEN = 1u << 3;
-constexpr uint32_t CTL_PINWEN = 1u << 4;
-constexpr uint32_t CTL_CLK32EN = 1u << 6;
-constexpr uint32_t CTL_VDD3ON = 1u << 8;
-constexpr uint32_t CTL_BATWKEN = 1u << 9;
-constexpr uint32_t CTL_OSCBYP = 1u << 16;
-constexpr uint32_t CTL_OSCDRV = 1u << 17;
-constexpr uint32_t CTL_WRC = 1u << 31;
+using namespace hib_bits;
 
-constexpr uint32_t CTL_WAKE_BITS = CTL_PINWEN | CTL_RTCWEN | CTL_BATWKEN;
 constexpr uint32_t CTL_CLOCK_BITS = CTL_OSCBYP | CTL_OSCDRV;
-// Interrupt sources of this part: RTC match 0, low battery, wake pin, write complete.
-constexpr uint32_t INT_BITS = HIBERNATE_INT_RTC_MATCH_0 | HIBERNATE_INT_LOW_BAT |
-                              HIBERNATE_INT_PIN_WAKE | HIBERNATE_INT_WR_COMPLETE;
 constexpr uint32_t TRIM_MASK = 0xFFFFu;
 
 static_assert(HIBERNATE_WAKE_PIN == CTL_PINWEN && HIBERNATE_WAKE_RTC == CTL_RTCWEN,
