@@ -1,7 +1,7 @@
 // Plug-in points of the simulated board: what a device model implements to sit
 // on a serial line, on the I2C bus or on an SSI port. The board owns timing
 // (baud pacing on its own side, bus clocks); a device only answers bytes.
-// Models live in sim/ and are attached per run (install_devices) or by a test.
+// Models live in sim/devices/ and are attached per run (install_devices) or by a test.
 #pragma once
 #include <cstdint>
 #include <functional>

@@ -1,6 +1,6 @@
 // The serial instruments of a run: the CTD on UART4 and the instrument on
 // UART3 named by environment().ctd and environment().inst, each with its
-// fault knob (sim/inst_models.h).
+// fault knob (sim/devices/inst_models.h).
 #include "board.h"
 #include "hw_types.h"
 #include "inst_models.h"
