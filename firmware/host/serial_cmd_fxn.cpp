@@ -364,9 +364,14 @@ void cmd_set_config(void) {
         config_data_fields_none(0);
     } else if (strncmp(p, "test", 4) == 0) {
         uprintf("not available\r\n");
+        return;
     } else {
         print_NAK();
+        return;
     }
+    // A host has no menu exit to store for it: the preset must outlive the
+    // next hibernation.
+    save();
 }
 
 void cmd_help_config(void) {
