@@ -358,8 +358,8 @@ TEST(CoreScenario, DeployedCommandLoop) {
     auto f = b.fram();
     EXPECT_EQ(scenario::u32(f, 64 + 0), 0u); // IDLE after "stopnow"
     // Deployed at 4 s: the first sample plans 4 + 600, the key wake that
-    // resumed moves it one period on; "stop" leaves the plan alone.
-    EXPECT_EQ(scenario::u32(f, 64 + 4), 4u + 2 * 600u);
+    // resumed keeps that slot; "stop" leaves the plan alone.
+    EXPECT_EQ(scenario::u32(f, 64 + 4), 4u + 600u);
 }
 
 } // namespace

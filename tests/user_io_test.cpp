@@ -137,11 +137,6 @@ TEST_F(UserIoTest, NewlineTestShowsBothModes) {
     EXPECT_EQ(sys_data.app_cfg[APPCFG_NEWLINE_MODE], 1);
 }
 
-TEST_F(UserIoTest, NotBuiltYet) {
-    not_built_yet("wend_zone_menu");
-    EXPECT_EQ(out(), "not built yet: wend_zone_menu\r\n");
-}
-
 TEST_F(UserIoTest, KeysCountOnlyAfterEnter) {
     struct {
         const char *typed;

@@ -631,22 +631,11 @@ TEST(YmodemPeer, CardFileToRbAndSbFileToCard) {
     typeSlowly(line, "\r\r\r\rx");
     ASSERT_TRUE(line.waitFor("Enter Selection: ", 10)) << line.transcript();
     typeSlowly(line, "5\r");
-    int which = line.waitForAny({"Unix-like command line", "not built yet: viewFiles"}, 10);
-    ASSERT_GE(which, 0) << line.transcript();
-    std::string send = "ys noname.txt\r", prompt = "> ";
-    if (which == 1) {
-        // No card command line in this build: the host command sends the
-        // data file (noname.txt) by its own rule.
-        ASSERT_TRUE(line.waitFor("Enter Selection: ", 10)) << line.transcript();
-        typeSlowly(line, "6\r");
-        ASSERT_TRUE(line.waitFor("\r\n>", 10)) << line.transcript();
-        send = "ys\r";
-        prompt = "\r\n>";
-    } else {
-        ASSERT_TRUE(line.waitFor(prompt, 10)) << line.transcript();
-    }
+    ASSERT_TRUE(line.waitFor("Unix-like command line", 10)) << line.transcript();
+    const std::string prompt = "> ";
+    ASSERT_TRUE(line.waitFor(prompt, 10)) << line.transcript();
 
-    typeSlowly(line, send);
+    typeSlowly(line, "ys noname.txt\r");
     ASSERT_TRUE(line.waitFor("Ymodem sending noname.txt, 3000 bytes...\r\n", 10))
         << line.transcript();
     // The sender empties its input a second after that line: rb starts after

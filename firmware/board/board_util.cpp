@@ -38,6 +38,7 @@ int32_t ledRedState = 0, ledGreenState = 0;
 int32_t profileTarget = 0, profile2Target = 0;
 
 static volatile uint32_t g_tick1ms = 0;
+static volatile uint32_t g_msSinceReset = 0; // never restarted: the watchdog's clock
 static volatile uint32_t g_tick10ms = 0;
 static volatile uint32_t g_tickSub10 = 0;
 
@@ -45,6 +46,7 @@ static volatile uint32_t g_tickSub10 = 0;
 
 void SysTickIntHandler(void) {
     g_tick1ms = g_tick1ms + 1u;
+    g_msSinceReset = g_msSinceReset + 1u;
     uint32_t sub = g_tickSub10 + 1u;
     if (sub >= 10u) {
         sub = 0;
@@ -59,6 +61,10 @@ uint32_t Timer_1ms(uint32_t reset) {
         return 0;
     }
     return g_tick1ms;
+}
+
+uint32_t ms_since_reset(void) {
+    return g_msSinceReset;
 }
 
 uint32_t Timer_10ms(uint32_t reset) {
@@ -221,8 +227,7 @@ void profile2_toggle(int32_t id) {
 // ---- external watchdog --------------------------------------------------
 
 void wdog_init(void) {
-    wdog.tickStart = Timer_1ms(0);
-    wdog.tickDelta = wdog.tickStart; // intervals count from here
+    wdog.tickStart = ms_since_reset(); // tickDelta stays 0: the first gap counts from reset
     GPIOPinWrite(WDOG_PORT, WDOG_ENABLE, 0);
     SysCtlDelay(WDOG_PULSE_COUNTS);
     GPIOPinWrite(WDOG_PORT, WDOG_ENABLE, WDOG_ENABLE);
@@ -231,8 +236,10 @@ void wdog_init(void) {
 
 // One pulse on the pet line, and the statistics the test menus show: the
 // longest gap between two pets tells whether long operations pet often enough.
+// The sample cycle restarts the Timer_1ms stopwatch; the statistics read the
+// free-running count, so a sample never shows as a gap of 49 days.
 void wdog_pet(void) {
-    uint32_t now = Timer_1ms(0);
+    uint32_t now = ms_since_reset();
     uint32_t interval = now - wdog.tickDelta;
     if (interval > wdog.tickLongest) {
         wdog.tickLongest = interval;

@@ -18,6 +18,7 @@ extern int32_t profileTarget, profile2Target;
 // SysTick stopwatches: argument 0 reads, 1 clears and returns 0.
 uint32_t Timer_1ms(uint32_t reset);
 uint32_t Timer_10ms(uint32_t reset);
+uint32_t ms_since_reset(void); // SysTick milliseconds since reset; nothing restarts it
 void SysTickIntHandler(void);
 void delay_msec(uint32_t ms);
 void delay_usec(uint32_t us);

@@ -17,6 +17,7 @@
 #include "console/cal_coeff.h"
 #include "console/user_io.h"
 #include "core/system.h"
+#include "host/serial_cmd_fxn.h"
 #include "files/config.h"
 #include "measure/ph.h"
 #include "measure/pwm.h"
@@ -394,7 +395,12 @@ static void console_menu(void) {
     } else if (k < 0) {
         return;
     }
-    menu_edit_u8("Newline mode: 0 CR LF, 1 CR", &sys_data.app_cfg[APPCFG_NEWLINE_MODE], 0, 1);
+    int cr = menu_yes_no("Enable cr (not cr-lf) newline mode? (Y/N) [Y]? ", 1);
+    if (menu_timed_out()) {
+        return; // walked away: the mode stays
+    }
+    sys_data.app_cfg[APPCFG_NEWLINE_MODE] = cr ? 1u : 0u;
+    store();
 }
 
 static void switches_menu(void) {
@@ -563,10 +569,20 @@ void configuration_menu(void) {
         case -1:
         case 'X':
             return;
-        case '1':
-            menu_edit_u32("Sampling period seconds, 0 polled", &sys_data.sampling_period, 0,
-                          86400u * 7u);
+        case '1': {
+            // Only what the schedule can keep: the host's "period" limits.
+            uint32_t v;
+            if (ask_u32("Sampling period seconds, 0 polled", sys_data.sampling_period, &v, 0,
+                        3600u)) {
+                if (sampling_period_refusal(v) != 0) {
+                    kept();
+                } else {
+                    sys_data.sampling_period = v;
+                    store();
+                }
+            }
             break;
+        }
         case '2':
             menu_edit_u8("Hour-aligned sampling (0 off, 1 on)", &sys_data.sample_aligned, 0, 1);
             break;

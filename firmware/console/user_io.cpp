@@ -127,10 +127,6 @@ uint32_t sprn_nl(char *bufPtr, uint32_t bufIndx) {
     return sprintf_newline(bufPtr, bufIndx, newline_mode());
 }
 
-void not_built_yet(const char *name) {
-    uprintf("not built yet: %s\r\n", name);
-}
-
 // ---- input --------------------------------------------------------------
 
 // Set while the rest of a line too long for the console ring is thrown away.

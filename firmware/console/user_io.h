@@ -25,6 +25,3 @@ void printCurrentTime(void);
 void printCurrentEpochTime(void);
 void newline_test(void);
 time_t get_RTC_time(void);
-
-// A routine that a later firmware release fills in: prints one line naming it.
-void not_built_yet(const char *name);

@@ -394,8 +394,14 @@ void deploy(deploy_state state, uint32_t skipSample) {
     }
     if (skipSample == 0) {
         pump_and_sample(1, 1);
+        compute_nextWakeUp();
+    } else if (sys_samp.nextWakeUp <= HibernateRTCGet()) {
+        compute_nextWakeUp();
     }
-    compute_nextWakeUp();
+    // A wake that took no sample (key, command loop or menu time-out) goes
+    // back to the slot still ahead: stepping past it would put the plan a
+    // period further out each time, and beyond an hour sleep wakes the board
+    // every two seconds from then on.
     sleep(DEPLOYED, sys_samp.nextWakeUp);
 }
 

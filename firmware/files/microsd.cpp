@@ -579,7 +579,7 @@ static int Cmd_ys(int argc, char *argv[]) {
 
 static int Cmd_yr(int argc, char *argv[]) {
     calFileFlg = 0; // a file to store, not calibration data to parse
-    ymodem_receive(argc, argv);
+    ymodem_receive_into(g_cCwdBuf);
     return 0;
 }
 

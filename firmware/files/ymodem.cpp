@@ -45,6 +45,7 @@ constexpr uint32_t kEndSends = 12;         // sender: EOT and the closing block 
 constexpr uint32_t kSendNameMax = 30;      // sender: characters of the name taken
 constexpr uint32_t kBlock0NameMax = 110;   // name characters that fit in block 0
 constexpr uint32_t kRecvNameMax = 64;      // receiver: name characters kept
+constexpr uint32_t kRecvDirMax = 80;       // receiver: directory characters kept
 constexpr uint32_t kSizeTextMax = 16;      // receiver: size text characters kept
 constexpr uint32_t kSizeLimitKB = 1000000; // shown in the too-large message
 constexpr uint32_t kBlock0Len = 128;
@@ -309,6 +310,7 @@ const char *name_or_data_file(const char *name) {
 
 struct Receiver {
     char filename[kRecvNameMax + 1u];
+    char path[kRecvDirMax + 1u + kRecvNameMax + 1u]; // where the file goes
     uint32_t size;
     uint32_t expected; // next block number
     uint32_t canPairs;
@@ -319,6 +321,7 @@ struct Receiver {
 };
 
 Receiver rx;
+const char *s_rxDir = nullptr; // directory of the card command line; null = root
 
 // A timed byte; -1 after the byte time-out.
 int next_byte(void) {
@@ -346,6 +349,20 @@ void take_name_and_size(void) {
     size_t keep = nameLen < kRecvNameMax ? nameLen : kRecvNameMax;
     memcpy(rx.filename, d, keep);
     rx.filename[keep] = 0;
+    // Below the root the directory leads, without its first "/", as the card
+    // command line hands paths over.
+    const char *dir = s_rxDir;
+    while (dir != nullptr && *dir == '/') {
+        dir++;
+    }
+    if (dir == nullptr || *dir == 0) {
+        memcpy(rx.path, rx.filename, keep + 1u);
+    } else {
+        size_t dirLen = strnlen(dir, kRecvDirMax);
+        memcpy(rx.path, dir, dirLen);
+        rx.path[dirLen] = '/';
+        memcpy(rx.path + dirLen + 1u, rx.filename, keep + 1u);
+    }
     char sizeText[kSizeTextMax + 1u];
     uint32_t n = 0;
     for (size_t i = nameLen + 1u; i < kBlock0Len && n < kSizeTextMax; i++) {
@@ -372,7 +389,7 @@ bool cal_file_acceptable(void) {
 // stretched to the announced size and cut there.
 void finish_batch(void) {
     f_close(&FileObject);
-    f_open(&FileObject, rx.filename, FA_READ | FA_WRITE | FA_CREATE_ALWAYS);
+    f_open(&FileObject, rx.path, FA_READ | FA_WRITE | FA_CREATE_ALWAYS);
     FRESULT fr = f_lseek(&FileObject, rx.size);
     if (fr != FR_OK) {
         ymodem_debug("f_lseek error: %s\n", StringFromFresult(fr));
@@ -399,8 +416,8 @@ int on_block0(void) {
         return kTooLarge;
     }
     if (calFileFlg == 0) {
-        ymodem_debug("\n\nOpening filename = %s\n", rx.filename);
-        FRESULT fr = f_open(&FileObject, rx.filename, FA_READ | FA_WRITE | FA_CREATE_ALWAYS);
+        ymodem_debug("\n\nOpening filename = %s\n", rx.path);
+        FRESULT fr = f_open(&FileObject, rx.path, FA_READ | FA_WRITE | FA_CREATE_ALWAYS);
         if (fr != FR_OK) {
             ymodem_debug("f_open error: %s\n", StringFromFresult(fr));
             return kOpenError;
@@ -611,4 +628,11 @@ int ymodem_receive(int argc, char *argv[]) {
 
 int ymodem_receive(int argc, const char *argv) {
     return receive();
+}
+
+int ymodem_receive_into(const char *dir) {
+    s_rxDir = dir;
+    int r = receive();
+    s_rxDir = nullptr;
+    return r;
 }

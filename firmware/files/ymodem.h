@@ -48,3 +48,5 @@ int ymodem_send(int argc, const char *argv);
 // cancelled).
 int ymodem_receive(int argc, char *argv[]);
 int ymodem_receive(int argc, const char *argv);
+// As "yr" on the card command line: the file lands in `dir` ("/" the root).
+int ymodem_receive_into(const char *dir);

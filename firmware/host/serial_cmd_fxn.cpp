@@ -215,6 +215,13 @@ void cmd_get_period(void) {
     uprintf("%u", (unsigned)sys_data.sampling_period);
 }
 
+int sampling_period_refusal(uint32_t period) {
+    if (sys_data.sample_aligned != 0 && period != 0 && kPeriodMax % period != 0) {
+        return 1;
+    }
+    return period > kPeriodMax ? 2 : 0;
+}
+
 void cmd_set_period(void) {
     Line l;
     copy_line(l);
@@ -224,12 +231,13 @@ void cmd_set_period(void) {
         return;
     }
     uint32_t period = read_u32(&l.s[p]);
-    if (sys_data.sample_aligned != 0 && period != 0 && kPeriodMax % period != 0) {
+    int refusal = sampling_period_refusal(period);
+    if (refusal == 1) {
         uprintf("\r\nAligned=Y, sample period must evenly divide hour (e.g. 5, 10, 15, 20, 30 "
                 "minutes)");
         return;
     }
-    if (period > kPeriodMax) {
+    if (refusal == 2) {
         uprintf("\r\nEnter time less than or equal to %u sec", (unsigned)kPeriodMax);
         return;
     }
@@ -364,9 +372,14 @@ void cmd_set_config(void) {
         config_data_fields_none(0);
     } else if (strncmp(p, "test", 4) == 0) {
         uprintf("not available\r\n");
+        return;
     } else {
         print_NAK();
+        return;
     }
+    // A host has no menu exit to store for it: the preset must outlive the
+    // next hibernation.
+    save();
 }
 
 void cmd_help_config(void) {

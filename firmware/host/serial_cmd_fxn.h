@@ -69,6 +69,9 @@ void cmd_test_sample(uint32_t k);
 // Commands with an argument; they read the line from rx0.buf.
 void cmd_get_period(void);
 void cmd_set_period(void);
+// Why a sampling period cannot be scheduled: 0 it can, 1 it does not divide
+// the hour while samples are hour-aligned, 2 it is above an hour.
+int sampling_period_refusal(uint32_t period);
 void cmd_get_time(void);
 void cmd_set_time(void);
 void cmd_get_filename(void);
