@@ -975,6 +975,9 @@ RunResult run_here(const Options &o, int out_fd) {
         std::error_code ec;
         b.card_root = fs::absolute(fs::path(o.state_dir) / "card", ec).string();
     }
+    if (std::string err; !o.card_image.empty() && !use_card_image(o.card_image, err)) {
+        return fail(err, 2);
+    }
 
     if (!s.hibernating) {
         // left awake (or new): the batteries went in again
