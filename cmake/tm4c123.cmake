@@ -65,36 +65,26 @@ endif()
 add_custom_command(TARGET fenwa POST_BUILD
     COMMAND ${FENWA_ARM_OBJCOPY} -O binary $<TARGET_FILE:fenwa> ${CMAKE_CURRENT_BINARY_DIR}/fenwa.bin
     COMMAND ${Python3_EXECUTABLE} ${CMAKE_SOURCE_DIR}/scripts/size_budget.py --elf $<TARGET_FILE:fenwa>
-            --objdir ${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles/fenwa.dir --tool-prefix ${FENWA_ARM_TOOL_PREFIX}
+            --objdir ${CMAKE_CURRENT_BINARY_DIR}/CMakeFiles --tool-prefix ${FENWA_ARM_TOOL_PREFIX}
             --flash-bytes 262144 --ram-bytes ${FENWA_RAM_BYTES} ${FENWA_SIZE_BUDGET}
     BYPRODUCTS ${CMAKE_CURRENT_BINARY_DIR}/fenwa.bin ${CMAKE_CURRENT_BINARY_DIR}/fenwa.map
     VERBATIM)
 
 # ---- the microSD card: the FAT module and its disk layer --------------------
-# The generic FAT module (revision 0.10 or later) is the user's: point
-# FENWA_FATFS_DIR at the folder holding its ff.c, ff.h, diskio.h and ffconf.h.
-# Its folder comes first on the include path, so its own ff.h and diskio.h
-# stand in for ours. Without it the card layer answers FR_NOT_READY.
-set(FENWA_FATFS_DIR "" CACHE PATH "Folder of the FAT module's ff.c (empty: no card support)")
+# With FatFs (cmake/fatfs.cmake) the image has the card; without it the card
+# layer answers FR_NOT_READY. The module's folder comes first on the include
+# path: the firmware sees its ff.h, the disk layer keeps our diskio.h.
+include(${CMAKE_SOURCE_DIR}/cmake/fatfs.cmake)
 set(FENWA_CARD_SOURCES ${FENWA_CHIP_DIR}/sd_spi.cpp ${FENWA_CHIP_DIR}/fattime.cpp)
 get_target_property(FENWA_IMAGE_SOURCES fenwa SOURCES)
 if(FENWA_FATFS_DIR)
-  if(NOT EXISTS ${FENWA_FATFS_DIR}/ff.c)
-    message(FATAL_ERROR "FENWA_FATFS_DIR: no ff.c in ${FENWA_FATFS_DIR}")
-  endif()
-  set(FENWA_FATFS_SOURCES ${FENWA_FATFS_DIR}/ff.c)
-  foreach(extra ffsystem.c ffunicode.c)
-    if(EXISTS ${FENWA_FATFS_DIR}/${extra})
-      list(APPEND FENWA_FATFS_SOURCES ${FENWA_FATFS_DIR}/${extra})
-    endif()
-  endforeach()
-  # Someone else's C: built with its own flags, not held to our warnings.
-  add_library(fenwa_fatfs STATIC ${FENWA_FATFS_SOURCES})
-  target_include_directories(fenwa_fatfs PRIVATE ${FENWA_FATFS_DIR} ${FENWA_CHIP_DIR})
-  target_compile_options(fenwa_fatfs PRIVATE -ffunction-sections -fdata-sections)
+  fenwa_add_fatfs(fenwa_fatfs OBJECT)
+  # its frames count in the stack figure like ours
+  target_compile_options(fenwa_fatfs PRIVATE -fstack-usage -fcallgraph-info=su)
   target_include_directories(fenwa BEFORE PRIVATE ${FENWA_FATFS_DIR})
-  target_include_directories(fenwa PRIVATE ${FENWA_CHIP_DIR}) # our diskio.h, if it has none
-  target_link_libraries(fenwa PRIVATE fenwa_fatfs)
+  target_include_directories(fenwa PRIVATE ${FENWA_CHIP_DIR})
+  target_compile_options(fenwa PRIVATE ${FENWA_FFCONF_FLAG})
+  list(APPEND FENWA_IMAGE_SOURCES $<TARGET_OBJECTS:fenwa_fatfs>)
   list(REMOVE_ITEM FENWA_IMAGE_SOURCES ${FENWA_CHIP_DIR}/ff_nocard.cpp)
 else()
   list(REMOVE_ITEM FENWA_IMAGE_SOURCES ${FENWA_CARD_SOURCES})

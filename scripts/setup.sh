@@ -10,6 +10,7 @@ packages=(
     clang-format
     lrzsz
     python3
+    dosfstools mtools
 )
 # Wanted but not needed: without QEMU the emulated boot test reports a skip.
 optional=(qemu-system-arm)

@@ -117,6 +117,7 @@ struct Options {
     bool card_absent = false;
     bool card_full = false;
     bool card_error = false;
+    std::string card_image; // FAT image file as the card ("" = the state folder's card/)
     bool blank_eeprom = false;
     bool hib_fail = false;
     bool eeprom_error = false; // EEPROMInit reports an error
@@ -202,6 +203,14 @@ uint32_t rtc();
 void set_rtc(uint32_t seconds);
 std::string card_dir(); // folder behind the FAT API
 void set_card_dir(const std::string &dir);
+// The card as a FAT image file instead, driven through FatFs R0.16, the SD
+// layer and SSI0 (fenwa-sim --card-image). False with a message when the file
+// will not do or this build has no FatFs (FENWA_FATFS_DIR).
+bool card_image_built();
+bool use_card_image(const std::string &path, std::string &err);
+constexpr const char *kCardImageHowTo =
+    "this fenwa-sim has no FAT module: get FatFs R0.16 from elm-chan.org/fsw/ff/ and "
+    "configure with -DFENWA_FATFS_DIR=<its source folder> (README: \"The card\")";
 
 // Interrupts delivered so far, by vector number (FAULT_SYSTICK, INT_UART0, ...).
 uint64_t irq_count(uint32_t vector);

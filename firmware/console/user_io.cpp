@@ -16,6 +16,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "core/calendar.h"
 #include "board/board_util.h"
 #include "board/uartstdio.h"
 #include "core/main.h"
@@ -328,11 +329,7 @@ time_t getDateAndTime(void) {
 
 void print_time_t_Time(time_t time) {
     char text[TIME_STR_BUF_SIZE];
-    text[0] = 0;
-    struct tm *lt = localtime(&time);
-    if (lt != nullptr) {
-        strftime(text, sizeof(text), "%m/%d/%y %H:%M:%S", lt);
-    }
+    format_time(text, sizeof(text), "%m/%d/%y %H:%M:%S", (int64_t)time);
     uprintf("%s", text);
 }
 

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "core/calendar.h"
 #include "board/board_util.h"
 #include "board/i2c0.h"
 #include "board/i2c_bme280.h"
@@ -535,7 +536,10 @@ void databarf_loop(void) {
 
 void faultISR_handler(void) {
     nl(2);
-    uprintf("Seawick Crash!!!, entering FaultISR infinte loop.  Hit Reset and report problem");
+    // Straight to the UART: no formatting frame on top of whatever faulted.
+    static const char kCrash[] =
+        "Seawick Crash!!!, entering FaultISR infinte loop.  Hit Reset and report problem";
+    UARTwrite(kCrash, sizeof kCrash - 1u);
     nl(2);
     wait_consoleTx();
     delay_msec(1000);

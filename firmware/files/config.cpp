@@ -14,6 +14,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "core/calendar.h"
 #include "board/board_util.h"
 #include "board/uartstdio.h"
 #include "console/user_io.h"
@@ -172,14 +173,10 @@ void date_text(FileCopy &c, bool print, const char *text) {
     }
 }
 
-// A stored time through the C library's local calendar.
+// A stored time as calendar text.
 void date_line(FileCopy &c, bool print, const char *fmt, uint32_t seconds) {
     char text[kDateBufSize];
-    time_t t = (time_t)seconds;
-    struct tm *lt = localtime(&t);
-    if (lt == nullptr || strftime(text, sizeof text, fmt, lt) == 0) {
-        text[0] = 0;
-    }
+    format_time(text, sizeof text, fmt, (int64_t)seconds);
     date_text(c, print, text);
 }
 

@@ -10,6 +10,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "core/calendar.h"
 #include "board/board_util.h"
 #include "board/uartstdio.h"
 #include "console/user_io.h"
@@ -193,11 +194,7 @@ void error_store(const char *error_buff) {
     }
 
     char stamp[ERROR_STAMP_SIZE];
-    time_t now = (time_t)HibernateRTCGet();
-    struct tm *tm = localtime(&now);
-    if (tm == NULL || strftime(stamp, sizeof stamp, "\r\n%Y/%m/%d %H:%M:%S ", tm) == 0) {
-        stamp[0] = 0;
-    }
+    format_time(stamp, sizeof stamp, "\r\n%Y/%m/%d %H:%M:%S ", (int64_t)HibernateRTCGet());
     UINT written = 0;
     r = f_write(&fil, stamp, (UINT)strlen(stamp), &written);
     if (r != FR_OK) {

@@ -12,6 +12,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "core/calendar.h"
 #include "board/uartstdio.h"
 #include "console/user_io.h"
 #include "core/main.h"
@@ -178,11 +179,7 @@ void cmd_test_timestamp(uint32_t num) {
     }
     case 1: {
         char text[50];
-        time_t t = get_RTC_time();
-        const struct tm *tm = localtime(&t);
-        if (tm == nullptr || strftime(text, sizeof(text), "%m/%d/%Y %H:%M:%S", tm) == 0) {
-            text[0] = 0;
-        }
+        format_time(text, sizeof(text), "%m/%d/%Y %H:%M:%S", (int64_t)get_RTC_time());
         uprintf("%s", text);
         break;
     }

@@ -305,7 +305,9 @@ uint32_t ADS1248_drdy_timeout_ms(int trials, int sps) {
 }
 
 float pollADS1248_iso(int pos_chan, int neg_chan, int trials, int gain, int sps) {
-    float volts[ADS1248_MAX_TRIALS];
+    // Kept off the stack: this frame sits under the deepest menu paths, and
+    // only the foreground loop ever reads the ADC.
+    static float volts[ADS1248_MAX_TRIALS];
 
     if (trials > ADS1248_MAX_TRIALS) {
         uprintf("MAX TRIALS is %u in ADS1248_iso.c, more trials (avg) than %u was requested, "

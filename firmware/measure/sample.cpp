@@ -15,6 +15,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "core/calendar.h"
 #include "board/board_util.h"
 #include "board/i2c_bme280.h"
 #include "board/i2c_fram.h"
@@ -159,11 +160,7 @@ void make_stamp(uint32_t seconds, char *out) {
         uint64_t ms = (uint64_t)seconds * 1000ull - kEpochMsOffset;
         snprintf(out, kStampSize, "%13llu", (unsigned long long)ms);
     } else if (form == 1u) {
-        time_t t = (time_t)seconds;
-        struct tm *tm = localtime(&t);
-        if (tm == NULL || strftime(out, kStampSize, "%m/%d/%Y %H:%M:%S", tm) == 0) {
-            out[0] = 0;
-        }
+        format_time(out, kStampSize, "%m/%d/%Y %H:%M:%S", (int64_t)seconds);
     }
 }
 

@@ -118,16 +118,9 @@ void select(void) {
     xfer(0xFFu);
 }
 
-// Sends a command and returns its R1 (kNoResponse when none came). The card
-// stays selected for the data or the rest of the response.
-uint8_t send_cmd(uint8_t cmd, uint32_t arg) {
-    if ((cmd & kAppCmd) != 0u) {
-        cmd &= (uint8_t)~kAppCmd;
-        uint8_t r = send_cmd(CMD55, 0u);
-        if (r > kR1Idle) {
-            return r;
-        }
-    }
+// Sends one command and returns its R1 (kNoResponse when none came). The
+// card stays selected for the data or the rest of the response.
+uint8_t send_one(uint8_t cmd, uint32_t arg) {
     // CMD12 goes in the middle of a read; CMD0 goes to a card in any state.
     if (cmd != CMD12) {
         deselect();
@@ -152,6 +145,17 @@ uint8_t send_cmd(uint8_t cmd, uint32_t arg) {
         r = xfer(0xFFu);
     }
     return r;
+}
+
+// A command, led by CMD55 when it is an application command.
+uint8_t send_cmd(uint8_t cmd, uint32_t arg) {
+    if ((cmd & kAppCmd) != 0u) {
+        uint8_t r = send_one(CMD55, 0u);
+        if (r > kR1Idle) {
+            return r;
+        }
+    }
+    return send_one((uint8_t)(cmd & ~kAppCmd), arg);
 }
 
 void receive_bytes(uint8_t *buf, uint32_t n) {

@@ -15,8 +15,20 @@
 #include <vector>
 
 #include "board.h"
+#include "card_image.h"
 #include "ff.h"
 #include "host_dir.h"
+#include "sim.h"
+
+// With an image in the slot every call goes to the FAT module (card_image.cpp).
+#if FENWA_CARD_IMAGE
+#define IMAGE_CARD(call)                                                                           \
+    if (sim::image::on()) {                                                                        \
+        return sim::image::call;                                                                   \
+    }
+#else
+#define IMAGE_CARD(call)
+#endif
 
 namespace {
 
@@ -278,7 +290,8 @@ FRESULT valid(FIL *fp) {
 
 } // namespace
 
-FRESULT f_mount(FATFS *fs, const TCHAR *path, BYTE) {
+FRESULT f_mount(FATFS *fs, const TCHAR *path, BYTE opt) {
+    IMAGE_CARD(f_mount(fs, path, opt));
     FRESULT r = ready(false);
     if (r != FR_OK) {
         return r;
@@ -310,6 +323,7 @@ FRESULT f_mount(FATFS *fs, const TCHAR *path, BYTE) {
 }
 
 FRESULT f_open(FIL *fp, const TCHAR *path, BYTE mode) {
+    IMAGE_CARD(f_open(fp, path, mode));
     if (fp == nullptr) {
         return FR_INVALID_OBJECT;
     }
@@ -382,6 +396,7 @@ FRESULT f_open(FIL *fp, const TCHAR *path, BYTE mode) {
 }
 
 FRESULT f_close(FIL *fp) {
+    IMAGE_CARD(f_close(fp));
     FRESULT r = f_sync(fp);
     if (r != FR_OK) {
         return r;
@@ -394,6 +409,7 @@ FRESULT f_close(FIL *fp) {
 }
 
 FRESULT f_read(FIL *fp, void *buff, UINT btr, UINT *br) {
+    IMAGE_CARD(f_read(fp, buff, btr, br));
     if (br != nullptr) {
         *br = 0;
     }
@@ -421,6 +437,7 @@ FRESULT f_read(FIL *fp, void *buff, UINT btr, UINT *br) {
 }
 
 FRESULT f_write(FIL *fp, const void *buff, UINT btw, UINT *bw) {
+    IMAGE_CARD(f_write(fp, buff, btw, bw));
     if (bw != nullptr) {
         *bw = 0;
     }
@@ -463,6 +480,7 @@ FRESULT f_write(FIL *fp, const void *buff, UINT btw, UINT *bw) {
 }
 
 FRESULT f_lseek(FIL *fp, DWORD ofs) {
+    IMAGE_CARD(f_lseek(fp, ofs));
     FRESULT r = ready();
     if (r == FR_OK) {
         r = valid(fp);
@@ -495,6 +513,7 @@ FRESULT f_lseek(FIL *fp, DWORD ofs) {
 }
 
 FRESULT f_truncate(FIL *fp) {
+    IMAGE_CARD(f_truncate(fp));
     FRESULT r = ready();
     if (r == FR_OK) {
         r = valid(fp);
@@ -518,6 +537,7 @@ FRESULT f_truncate(FIL *fp) {
 }
 
 FRESULT f_sync(FIL *fp) {
+    IMAGE_CARD(f_sync(fp));
     FRESULT r = ready();
     if (r == FR_OK) {
         r = valid(fp);
@@ -534,6 +554,7 @@ FRESULT f_sync(FIL *fp) {
 }
 
 FRESULT f_opendir(DIR *dp, const TCHAR *path) {
+    IMAGE_CARD(f_opendir(dp, path));
     if (dp == nullptr) {
         return FR_INVALID_OBJECT;
     }
@@ -564,6 +585,7 @@ FRESULT f_opendir(DIR *dp, const TCHAR *path) {
 }
 
 FRESULT f_closedir(DIR *dp) {
+    IMAGE_CARD(f_closedir(dp));
     if (dp == nullptr || dp->fs == nullptr) {
         return FR_INVALID_OBJECT;
     }
@@ -573,6 +595,7 @@ FRESULT f_closedir(DIR *dp) {
 }
 
 FRESULT f_readdir(DIR *dp, FILINFO *fno) {
+    IMAGE_CARD(f_readdir(dp, fno));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -600,6 +623,7 @@ FRESULT f_readdir(DIR *dp, FILINFO *fno) {
 }
 
 FRESULT f_stat(const TCHAR *path, FILINFO *fno) {
+    IMAGE_CARD(f_stat(path, fno));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -625,6 +649,7 @@ FRESULT f_stat(const TCHAR *path, FILINFO *fno) {
 }
 
 FRESULT f_unlink(const TCHAR *path) {
+    IMAGE_CARD(f_unlink(path));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -660,6 +685,7 @@ FRESULT f_unlink(const TCHAR *path) {
 }
 
 FRESULT f_rename(const TCHAR *path_old, const TCHAR *path_new) {
+    IMAGE_CARD(f_rename(path_old, path_new));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -693,6 +719,7 @@ FRESULT f_rename(const TCHAR *path_old, const TCHAR *path_new) {
 }
 
 FRESULT f_mkdir(const TCHAR *path) {
+    IMAGE_CARD(f_mkdir(path));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -725,6 +752,7 @@ FRESULT f_mkdir(const TCHAR *path) {
 }
 
 FRESULT f_getfree(const TCHAR *path, DWORD *nclst, FATFS **fatfs) {
+    IMAGE_CARD(f_getfree(path, nclst, fatfs));
     FRESULT r = ready();
     if (r != FR_OK) {
         return r;
@@ -747,6 +775,7 @@ FRESULT f_getfree(const TCHAR *path, DWORD *nclst, FATFS **fatfs) {
 }
 
 char *f_gets(char *buff, int len, FIL *fp) {
+    IMAGE_CARD(f_gets(buff, len, fp));
     if (buff == nullptr || len <= 0) {
         return nullptr;
     }
@@ -765,3 +794,20 @@ char *f_gets(char *buff, int len, FIL *fp) {
     buff[n] = 0;
     return n > 0 ? buff : nullptr;
 }
+
+namespace sim {
+
+bool card_image_built() {
+    return FENWA_CARD_IMAGE != 0;
+}
+
+bool use_card_image(const std::string &path, std::string &err) {
+#if FENWA_CARD_IMAGE
+    return image::open(path, err);
+#else
+    err = std::string("--card-image ") + path + ": " + kCardImageHowTo;
+    return false;
+#endif
+}
+
+} // namespace sim

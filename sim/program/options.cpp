@@ -166,6 +166,15 @@ const std::vector<Opt> &table() {
              o.card_error = true;
              return true;
          }},
+        {"--card-image", "FILE", "the card is this FAT image file, through FatFs and the SD layer",
+         [](Options &o, const std::string &v, std::string &err) {
+             if (!card_image_built()) {
+                 err = std::string("--card-image: ") + kCardImageHowTo;
+                 return false;
+             }
+             o.card_image = v;
+             return true;
+         }},
         {"--blank-eeprom", nullptr, "a new state folder gets an erased EEPROM (all 0xFF)",
          [](Options &o, const std::string &, std::string &) {
              o.blank_eeprom = true;
@@ -208,7 +217,7 @@ std::string usage() {
         "                 [--pty] "
         "[--realtime|--fast]\n"
         "                 [--rtc SECONDS] [--card-absent] [--card-full] [--card-error]\n"
-        "                 [--blank-eeprom] [--hib-fail] [--help]\n"
+        "                 [--card-image FILE] [--blank-eeprom] [--hib-fail] [--help]\n"
         "Runs the Fenwa controller firmware on a simulated board.\n"
         "Without --script the console is this terminal (Ctrl-] or Ctrl-C stops).\n"
         "Stopping (--for, SIGTERM, SIGINT, Ctrl-], Ctrl-C): a deployed board that is awake\n"
@@ -335,6 +344,9 @@ std::vector<std::string> to_args(const Options &o) {
     }
     if (o.card_error) {
         a.push_back("--card-error");
+    }
+    if (!o.card_image.empty()) {
+        a.insert(a.end(), {"--card-image", o.card_image});
     }
     if (o.blank_eeprom) {
         a.push_back("--blank-eeprom");

@@ -1,7 +1,7 @@
-// The card's disk layer (platform/tm4c123/sd_spi.cpp) against a model of a
-// microSD card in SPI mode. The SSI0, GPIO and system-control calls it makes
-// land in the fakes below, which clock each byte through the model and keep a
-// virtual clock, so every time-out ends in virtual time.
+// The card's disk layer (platform/tm4c123/sd_spi.cpp) against the model of a
+// microSD card in SPI mode (sim/devices/sd_card.h). The SSI0, GPIO and system-control calls it
+// makes land in the fakes below, which clock each byte through the model and keep a virtual clock,
+// so every time-out ends in virtual time.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -14,6 +14,7 @@
 #include "diskio.h"
 #include "gpio.h"
 #include "hibernate.h"
+#include "sd_card.h"
 #include "ssi.h"
 #include "sysctl.h"
 
@@ -21,221 +22,9 @@ namespace {
 
 const uint32_t kClockHz = 50000000u;
 
-struct CardModel {
-    // What kind of card, and how it misbehaves.
-    bool present = true;
-    bool answers = true;      // false: never drives its output (no card behind the socket)
-    bool v2 = true;           // answers CMD8
-    bool highCapacity = true; // block addressed (CCS)
-    int busyPolls = 3;        // ACMD41 answers idle this many times
-    int accessBytes = 3;      // 0xFF bytes before a read's data token
-    int writeBusyBytes = 4;   // busy bytes after each written block
-    bool busyForever = false; // never finishes programming a block
-    uint8_t readToken = 0xFE; // anything else is an error token
-    uint8_t dataResponse = 0x05;
-    uint8_t echoFlip = 0;         // bits flipped in CMD8's echo of the check pattern
-    std::vector<uint8_t> illegal; // commands answered "illegal command"
-    std::vector<uint8_t> csd;
-
-    // What the card saw.
-    std::vector<std::string> log;
-    std::map<uint32_t, std::vector<uint8_t>> sectors;
-    int wakeBytes = 0; // bytes clocked with CS high before the first command
-
-    // Protocol state.
-    bool idle = true, appNext = false, streaming = false;
-    uint32_t streamSector = 0;
-    int opCondPolls = 0;
-    std::vector<uint8_t> cmd;
-    std::deque<uint8_t> out;
-    enum { kCommand, kWriteToken, kWriteData } rx = kCommand;
-    bool multiWrite = false;
-    uint32_t writeSector = 0;
-    std::vector<uint8_t> block;
-    int busy = 0;
-
-    std::vector<uint8_t> sector(uint32_t s) {
-        if (sectors.count(s) == 0) {
-            std::vector<uint8_t> d(512);
-            for (size_t i = 0; i < d.size(); i++) {
-                d[i] = (uint8_t)(s * 7u + i);
-            }
-            return d;
-        }
-        return sectors[s];
-    }
-
-    void queueBlock(const std::vector<uint8_t> &data) {
-        out.insert(out.end(), (size_t)accessBytes, 0xFF);
-        out.push_back(readToken);
-        if (readToken == 0xFE) {
-            out.insert(out.end(), data.begin(), data.end());
-            out.push_back(0x12); // CRC, not checked by the host
-            out.push_back(0x34);
-        }
-    }
-
-    static uint8_t crc7(const uint8_t *p, size_t n) {
-        uint8_t crc = 0;
-        for (size_t i = 0; i < n; i++) {
-            for (int b = 7; b >= 0; b--) {
-                bool top = ((crc >> 6) ^ (p[i] >> b)) & 1u;
-                crc = (uint8_t)((crc << 1) & 0x7F);
-                if (top) {
-                    crc ^= 0x09;
-                }
-            }
-        }
-        return (uint8_t)((crc << 1) | 1u);
-    }
-
-    bool addressToSector(uint32_t arg, uint32_t *s) {
-        if (highCapacity) {
-            *s = arg;
-            return true;
-        }
-        *s = arg / 512u;
-        return arg % 512u == 0;
-    }
-
-    void command() {
-        uint8_t c = cmd[0] & 0x3F;
-        uint32_t arg = (uint32_t)cmd[1] << 24 | cmd[2] << 16 | cmd[3] << 8 | cmd[4];
-        bool app = appNext;
-        appNext = false;
-        char text[32];
-        snprintf(text, sizeof text, "%sCMD%u %X", app ? "A" : "", c, arg);
-        log.push_back(text);
-        out.clear(); // a new command ends whatever was still to come
-        streaming = false;
-        if (c == 12) { // the read stops here; one stuff byte, R1, a little busy
-            out.assign({0x3C, 0x00, 0x00, 0x00});
-            return;
-        }
-        out.push_back(0xFF); // NCR
-        uint8_t r1 = idle ? 0x01 : 0x00;
-        if ((c == 0 || c == 8) && crc7(cmd.data(), 5) != cmd[5]) {
-            out.push_back(r1 | 0x08);
-            return;
-        }
-        for (uint8_t i : illegal) {
-            if (i == c) {
-                out.push_back(r1 | 0x04);
-                return;
-            }
-        }
-        uint32_t s = 0;
-        switch (c) {
-        case 0:
-            idle = true;
-            opCondPolls = 0;
-            out.push_back(0x01);
-            break;
-        case 8:
-            if (!v2) {
-                out.push_back(r1 | 0x04);
-                break;
-            }
-            out.insert(out.end(),
-                       {r1, 0x00, 0x00, (uint8_t)(arg >> 8 & 0x0F), (uint8_t)(arg ^ echoFlip)});
-            break;
-        case 55:
-            appNext = true;
-            out.push_back(r1);
-            break;
-        case 41:
-            if (app && ++opCondPolls > busyPolls && (!highCapacity || (arg & 0x40000000u))) {
-                idle = false;
-            }
-            out.push_back(app ? (idle ? 0x01 : 0x00) : (r1 | 0x04));
-            break;
-        case 58:
-            out.insert(out.end(),
-                       {r1, (uint8_t)(idle || !highCapacity ? 0x80 : 0xC0), 0xFF, 0x80, 0x00});
-            break;
-        case 9:
-            out.push_back(r1);
-            queueBlock(csd);
-            break;
-        case 16:
-        case 23:
-            out.push_back(r1);
-            break;
-        case 17:
-        case 18:
-            if (!addressToSector(arg, &s)) {
-                out.push_back(0x20); // address error
-                break;
-            }
-            out.push_back(r1);
-            queueBlock(sector(s));
-            streaming = c == 18;
-            streamSector = s + 1;
-            break;
-        case 24:
-        case 25:
-            if (!addressToSector(arg, &s)) {
-                out.push_back(0x20);
-                break;
-            }
-            out.push_back(r1);
-            writeSector = s;
-            multiWrite = c == 25;
-            rx = kWriteToken;
-            break;
-        default:
-            out.push_back(r1 | 0x04);
-        }
-    }
-
-    uint8_t exchange(uint8_t in, bool selected) {
-        uint8_t o = 0xFF;
-        if (!out.empty()) {
-            o = out.front();
-            out.pop_front();
-        } else if (busy > 0 || busyForever) {
-            busy -= busy > 0 ? 1 : 0;
-            o = 0x00;
-        } else if (streaming) {
-            queueBlock(sector(streamSector++));
-            o = out.front();
-            out.pop_front();
-        }
-        if (!selected) {
-            if (log.empty()) {
-                wakeBytes++;
-            }
-            return 0xFF;
-        }
-        if (rx == kWriteToken) {
-            if (in == 0xFD && multiWrite) {
-                rx = kCommand;
-                out.push_back(0xFF);
-                busy = writeBusyBytes;
-            } else if (in == (multiWrite ? 0xFC : 0xFE)) {
-                rx = kWriteData;
-                block.clear();
-            }
-        } else if (rx == kWriteData) {
-            block.push_back(in);
-            if (block.size() == 514) {
-                if (dataResponse == 0x05) {
-                    sectors[writeSector++] = std::vector<uint8_t>(block.begin(), block.end() - 2);
-                }
-                out.push_back(dataResponse);
-                busy = writeBusyBytes;
-                rx = multiWrite ? kWriteToken : kCommand;
-            }
-        } else if (!cmd.empty() || (in & 0xC0) == 0x40) {
-            cmd.push_back(in);
-            if (cmd.size() == 6) {
-                command();
-                cmd.clear();
-            }
-        }
-        return answers ? o : 0xFF;
-    }
-};
+using CardModel = sim::SdCard;
+const auto csdV2 = sim::SdCard::csdV2;
+const auto csdV1 = sim::SdCard::csdV1;
 
 CardModel *g_card;
 bool g_csHigh = true;
@@ -244,35 +33,6 @@ std::deque<uint32_t> g_rx;
 std::vector<uint32_t> g_bitRates;
 uint32_t g_bitRate = 0;
 uint64_t g_ns = 0; // virtual time
-
-// CSD version 2 with C_SIZE, or version 1 with C_SIZE, C_SIZE_MULT, READ_BL_LEN.
-std::vector<uint8_t> csdV2(uint32_t cSize) {
-    std::vector<uint8_t> c(16, 0);
-    c[0] = 0x40;
-    c[5] = 0x59;
-    c[7] = (uint8_t)(cSize >> 16 & 0x3F);
-    c[8] = (uint8_t)(cSize >> 8);
-    c[9] = (uint8_t)cSize;
-    c[10] = 0x3F; // SECTOR_SIZE 0x7F
-    c[11] = 0x80;
-    c[12] = 0x02; // WRITE_BL_LEN 9
-    c[13] = 0x40;
-    return c;
-}
-
-std::vector<uint8_t> csdV1(uint32_t cSize, uint32_t mult, uint32_t readBlLen) {
-    std::vector<uint8_t> c(16, 0);
-    c[5] = (uint8_t)(0x50 | readBlLen);
-    c[6] = (uint8_t)(cSize >> 10 & 0x03);
-    c[7] = (uint8_t)(cSize >> 2);
-    c[8] = (uint8_t)(cSize << 6);
-    c[9] = (uint8_t)(mult >> 1 & 0x03);
-    c[10] = (uint8_t)(mult << 7 | 0x1F); // SECTOR_SIZE 0x3F: 64 blocks
-    c[11] = 0x80;
-    c[12] = 0x02; // WRITE_BL_LEN 9
-    c[13] = 0x40;
-    return c;
-}
 
 } // namespace
 
