@@ -87,21 +87,51 @@ struct BoardState {
 };
 
 // ---- whole runs -------------------------------------------------------------
+// The water at the instrument at one moment.
+struct Water {
+    double temp_c;   // degrees Celsius
+    double salinity; // practical salinity
+    double ph;       // total scale
+    double dbar;     // pressure, decibars
+};
+struct WaterPoint {
+    double t; // seconds from the run's start
+    Water w;
+};
+
 // The water and the instruments around the simulated board. Device models read
 // it through sim::environment(); the supervisor sets it before each power cycle.
 struct Environment {
-    double ph = 8.0;           // pH (total scale) of the water at the sensor
-    double temp_c = 15.0;      // water temperature, degrees Celsius
-    double salinity = 35.0;    // practical salinity
-    uint64_t seed = 1;         // noise generators
-    std::string ctd = "none";  // CTD on UART4: none, sbe37, aand5860
-    std::string inst = "none"; // instrument on UART3: none, optode, ocr, nanofet, picoph
-    std::string ctd_fault;     // "", silent, late, garbage, long
-    std::string inst_fault;    // "", silent, late, garbage, long
-    std::string adc_fault;     // "", nodrdy
+    double ph = 8.0;        // pH (total scale) of the water at the sensor
+    double temp_c = 15.0;   // water temperature, degrees Celsius
+    double salinity = 35.0; // practical salinity
+    double dbar = 0.0;      // pressure at the instrument, decibars
+    // Water over time (--water): a CSV file or a scene; "" = the values above.
+    std::string water;
+    std::vector<WaterPoint> water_points; // the file's rows, times from the run's start
+    double noise_uv = 3.0;                // sensor noise at the ADC input, microvolts rms
+    double drift_mv_day = 0.0;            // drift of the sensor's reference cells
+    uint64_t seed = 1;                    // noise generators
+    std::string ctd = "none";             // CTD on UART4: none, sbe37, aand5860
+    std::string inst = "none";            // instrument on UART3: none, optode, ocr, nanofet, picoph
+    std::string ctd_fault;                // "", silent, late, garbage, long
+    std::string inst_fault;               // "", silent, late, garbage, long
+    std::string adc_fault;                // "", nodrdy
 };
 const Environment &environment();
 void set_environment(const Environment &e);
+// The water at a moment of the run (seconds from its start) and now; the
+// drift of the reference cells by then, volts.
+Water water_at(double seconds);
+Water water_now();
+double sensor_drift_volts(double seconds);
+// Reads --water's argument: a scene name (diurnal, profile) or a CSV file of
+// time, temperature, salinity, pH and pressure rows (time in seconds from the
+// run's start, or ISO 8601 UTC counted from `start_epoch`, or from the first
+// row when it is negative). False with a message naming the line.
+bool load_water(const std::string &spec, int64_t start_epoch, std::vector<WaterPoint> &out,
+                std::string &err);
+std::string water_scenes(); // "diurnal, profile"
 
 struct Options {
     std::string state_dir = "./fenwa-state";

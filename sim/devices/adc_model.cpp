@@ -77,7 +77,7 @@ class Ads1248 : public SpiDevice {
     std::vector<AdcTransaction> log;
     std::vector<AdcLineEvent> events;
     std::vector<uint32_t> queued;
-    double noise = 3e-6;
+    double noise = -1; // volts rms; < 0: the environment's
     AdcStatus status() const;
 
   private:
@@ -193,14 +193,21 @@ int32_t Ads1248::convert(uint64_t ready) {
         queued.erase(queued.begin());
         return (raw & 0x800000u) != 0 ? int32_t(raw) - 0x1000000 : int32_t(raw);
     }
-    static Environment cached_env;
+    // The water is taken once per second of the run: the thermistor's
+    // inversion is the costly part and the sea changes slower than that.
+    static Water cached_water{};
+    static double cached_drift = 0;
     static FrontEnd cached{};
     static bool have = false;
     const Environment &e = environment();
-    if (!have || e.ph != cached_env.ph || e.temp_c != cached_env.temp_c ||
-        e.salinity != cached_env.salinity) {
-        cached_env = e;
-        cached = front_end(e);
+    const double second = std::floor(double(ready) / double(kCpuHz));
+    const Water w = water_at(second);
+    const double drift = sensor_drift_volts(second);
+    if (!have || w.ph != cached_water.ph || w.temp_c != cached_water.temp_c ||
+        w.salinity != cached_water.salinity || drift != cached_drift) {
+        cached_water = w;
+        cached_drift = drift;
+        cached = front_end(w, drift);
         have = true;
     }
     // The ADC's GPIO pins drive only when configured as outputs; the mux
@@ -209,7 +216,7 @@ int32_t Ads1248::convert(uint64_t ready) {
     int sp = (regs_[MUX0] >> 3) & 7, sn = regs_[MUX0] & 7;
     int pga = 1 << ((regs_[SYS0] >> 4) & 7);
     double v = (regs_[MUX1] & 7) == 0 ? front_end_input(cached, sp, sn, gpio) : 0.0;
-    v += noise * gaussian(e.seed, ready);
+    v += (noise >= 0 ? noise : e.noise_uv * 1e-6) * gaussian(e.seed, ready);
     bool ref_ok = ((regs_[MUX1] >> 5) & 3) != 0 && ((regs_[MUX1] >> 3) & 3) == 2;
     if (!ref_ok) {
         return v >= 0 ? 0x7FFFFF : -0x800000; // no reference: the input clips

@@ -57,8 +57,8 @@ AdcStatus adc_status();
 // order) instead of the front end's voltage; then the front end again.
 void adc_queue_codes(const std::vector<uint32_t> &codes);
 // Standard deviation of the Gaussian noise added to every conversion, volts
-// (default 3e-6). The noise is a function of the seed and the conversion's
-// time, so a run is the same for the same seed.
+// (default: the environment's noise_uv, 3e-6). The noise is a function of the seed and the
+// conversion's time, so a run is the same for the same seed.
 void adc_set_noise(double volts);
 
 // ADS1248 timing from the data sheet (4.096 MHz oscillator), in CPU cycles:

@@ -89,11 +89,15 @@ double vrse_for(double ph, double temp_c, double salinity) {
     return eo + st * (ph_free - std::log10(mcl) - lg);
 }
 
-FrontEnd front_end(const Environment &e) {
+FrontEnd front_end(const Environment &) {
+    return front_end(water_now(), sensor_drift_volts(double(now_cycles()) / double(kCpuHz)));
+}
+
+FrontEnd front_end(const Water &w, double drift) {
     FrontEnd f{};
-    f.vtherm = thermistor_volts(e.temp_c);
-    f.vrsi = vrsi_for(e.ph, e.temp_c);
-    f.vrse = vrse_for(e.ph, e.temp_c, e.salinity);
+    f.vtherm = thermistor_volts(w.temp_c);
+    f.vrsi = vrsi_for(w.ph, w.temp_c) + drift;
+    f.vrse = vrse_for(w.ph, w.temp_c, w.salinity) + drift;
     f.bias_ref = kBiasRef;
     f.vk = kVk;
     f.ik_volts = kIkNanoAmp / kIkPerVolt;

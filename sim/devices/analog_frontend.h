@@ -1,5 +1,5 @@
 // The analog front end behind the simulated ADS1248: a Durafet-type pH sensor
-// in seawater at the environment's pH, temperature and salinity, the counter
+// in seawater at the water's pH, temperature and salinity, the counter
 // electrode, the substrate, the bias batteries and the thermistor divider.
 //
 // The sensor voltages are the firmware's chemistry run backwards in double
@@ -37,6 +37,9 @@ double thermistor_temp(double volts); // forwards, for checks
 double vrsi_for(double ph, double temp_c);
 double vrse_for(double ph, double temp_c, double salinity);
 
+// The front end in this water, its reference cells drifted by `drift` volts;
+// the environment's form takes the water and drift of this moment.
+FrontEnd front_end(const Water &w, double drift);
 FrontEnd front_end(const Environment &e);
 
 // Voltage between ADC inputs AINpos and AINneg (0..7) with the ADC's GPIO pins

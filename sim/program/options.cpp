@@ -119,6 +119,25 @@ const std::vector<Opt> &table() {
          [](Options &o, const std::string &v, std::string &err) {
              return value(v, o.env.salinity, err, "--sal", 0, 45);
          }},
+        {"--dbar", "P", "pressure at the instrument in decibars (default 0)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.dbar, err, "--dbar", 0, 12000);
+         }},
+        {"--water", "FILE|SCENE",
+         "water over time: CSV of time (s or ISO 8601 UTC), temperature, salinity, pH, "
+         "pressure; or a scene: diurnal (mooring), profile (float from 2000 dbar)",
+         [](Options &o, const std::string &v, std::string &) {
+             o.env.water = v; // read once every option is known (--rtc)
+             return true;
+         }},
+        {"--noise", "UV", "sensor noise at the ADC input, microvolts rms (default 3)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.noise_uv, err, "--noise", 0, 100000);
+         }},
+        {"--drift", "MV", "drift of the sensor's reference cells, millivolts per day (default 0)",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.env.drift_mv_day, err, "--drift", -1000, 1000);
+         }},
         {"--seed", "N", "seed of the noise generators (default 1)",
          [](Options &o, const std::string &v, std::string &err) {
              double d = 0;
@@ -276,6 +295,9 @@ bool parse_args(int argc, char **argv, Options &o, std::string &err, bool &help)
             return false;
         }
     }
+    if (!o.env.water.empty()) {
+        return load_water(o.env.water, o.rtc, o.env.water_points, err);
+    }
     return true;
 }
 
@@ -320,6 +342,18 @@ std::vector<std::string> to_args(const Options &o) {
         }
         if (o.env.salinity != d.salinity) {
             num("--sal", o.env.salinity);
+        }
+        if (o.env.dbar != d.dbar) {
+            num("--dbar", o.env.dbar);
+        }
+        if (o.env.noise_uv != d.noise_uv) {
+            num("--noise", o.env.noise_uv);
+        }
+        if (o.env.drift_mv_day != d.drift_mv_day) {
+            num("--drift", o.env.drift_mv_day);
+        }
+        if (!o.env.water.empty()) {
+            a.insert(a.end(), {"--water", o.env.water});
         }
         if (o.env.seed != d.seed) {
             a.insert(a.end(), {"--seed", std::to_string(o.env.seed)});
