@@ -237,6 +237,29 @@ TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
     EXPECT_EQ(data_file(), line);
 }
 
+// A power cut inside an append leaves a torn line at the end of the file: the
+// next sample starts on a line of its own. A whole file is left as it is.
+TEST_F(SampleTest, AppendEndsATornLineFirst) {
+    only({CFG_SAMPLE_NUM});
+    struct {
+        const char *before, *after;
+    } cases[] = {
+        {"", "#0000004\r\n"},
+        {"#0000003\r\n", "#0000003\r\n#0000004\r\n"},
+        {"// header\n", "// header\n#0000004\r\n"},
+        {"#00000", "#00000\r\n#0000004\r\n"},
+        {"#0000003\r", "#0000003\r\n#0000004\r\n"},
+    };
+    for (const auto &c : cases) {
+        std::ofstream(std::filesystem::path(sim::card_dir()) / "NONAME.TXT", std::ios::binary)
+            << c.before;
+        sys_samp.current_sample = 4;
+        get_sample(1, 1);
+        out();
+        EXPECT_EQ(data_file(), c.after) << c.before;
+    }
+}
+
 TEST_F(SampleTest, LineEdgeCases) {
     struct {
         std::vector<int> cols;

@@ -302,6 +302,34 @@ void data_file_name(char *out, size_t size) {
     out[n] = 0;
 }
 
+// Seeks to the end of the data file. A file that does not end in a line end
+// was cut off inside an append (power lost mid-write): the torn line is ended
+// first, so the next sample starts on a line of its own. A file that ends in a
+// line end, or is empty, is left as it is.
+FRESULT end_torn_line(FIL *fil) {
+    DWORD size = f_size(fil);
+    if (size == 0u) {
+        return FR_OK;
+    }
+    FRESULT r = f_lseek(fil, size - 1u);
+    if (r != FR_OK) {
+        return r;
+    }
+    char last = 0;
+    UINT got = 0;
+    r = f_read(fil, &last, 1, &got);
+    if (r != FR_OK || got != 1u) {
+        return r != FR_OK ? r : FR_INT_ERR;
+    }
+    if (last != '\n') {
+        // cut between CR and LF: only the LF is missing
+        const char *end = last == '\r' ? "\n" : "\r\n";
+        UINT written = 0;
+        r = f_write(fil, end, (UINT)strlen(end), &written);
+    }
+    return r;
+}
+
 // Appends the finished line to the data file. Every failing call is reported;
 // an open or close failure also goes to the error log. A short write is a
 // full card (the file system reports no error for it).
@@ -316,7 +344,7 @@ void append_line(void) {
         error_store("f_open error");
         return;
     }
-    r = f_lseek(&fil, f_size(&fil));
+    r = end_torn_line(&fil);
     if (r != FR_OK) {
         uprintf("f_lseek error: %s\r\n", StringFromFresult(r));
     } else {

@@ -74,6 +74,7 @@ BoardState *map_state() {
     }
     auto *s = static_cast<BoardState *>(p);
     default_state(*s);
+    power_cut_arm();
     return s;
 }
 

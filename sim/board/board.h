@@ -278,4 +278,13 @@ void install_serial_instruments(Board &b); // CTD on UART4, instrument on UART3
 void default_state(BoardState &s);
 BoardState *map_state();
 
+// Power cut at a write point (power_cut.cpp): armed from the environment
+// before the first power cycle. write_point() counts one write point of
+// `units` (words, bytes) and returns how many of them land: all, or half when
+// the power goes at this one, and then the caller stores those and calls
+// power_cut_now().
+void power_cut_arm();
+uint32_t write_point(const char *kind, uint32_t address, uint32_t units);
+[[noreturn]] void power_cut_now();
+
 } // namespace sim

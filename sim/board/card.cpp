@@ -397,6 +397,9 @@ FRESULT f_open(FIL *fp, const TCHAR *path, BYTE mode) {
 
 FRESULT f_close(FIL *fp) {
     IMAGE_CARD(f_close(fp));
+    if (fp != nullptr && fp->handle >= 0 && sim::write_point("card-close", 0, 1) == 0) {
+        sim::power_cut_now();
+    }
     FRESULT r = f_sync(fp);
     if (r != FR_OK) {
         return r;
@@ -460,6 +463,13 @@ FRESULT f_write(FIL *fp, const void *buff, UINT btw, UINT *bw) {
     uint64_t got_clusters = need > 0 ? clusters_available(need) : 0;
     uint64_t end = std::min(want_end, (have + got_clusters) * kClusterBytes);
     UINT n = end > fp->fptr ? UINT(end - fp->fptr) : 0;
+    UINT lands = n > 0 ? sim::write_point("card-write", fp->fptr, n) : 0;
+    if (lands < n) {
+        if (lands > 0 && ::pwrite(fp->handle, buff, lands, off_t(fp->fptr)) < 0) {
+            lands = 0;
+        }
+        sim::power_cut_now();
+    }
     ssize_t put = n > 0 ? ::pwrite(fp->handle, buff, n, off_t(fp->fptr)) : 0;
     if (put < 0) {
         return FR_DISK_ERR;

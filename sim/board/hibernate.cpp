@@ -216,7 +216,11 @@ uint32_t EEPROMProgram(uint32_t *data, uint32_t address, uint32_t count) {
     }
     // The image lands whole (a run that stops meanwhile never leaves half a
     // record); the time it takes passes afterwards, interrupts served.
-    std::memcpy(b.st->eeprom + address, data, count);
+    uint32_t words = sim::write_point("eeprom", address, count / 4);
+    std::memcpy(b.st->eeprom + address, data, words * 4);
+    if (words < count / 4) {
+        sim::power_cut_now(); // a word at a time: the first ones are programmed
+    }
     b.advance_to(b.now() + kEepromWordWrite * (count / 4));
     return 0;
 }

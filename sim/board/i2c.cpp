@@ -3,6 +3,7 @@
 // devices answer byte by byte. An address nobody answers is not acknowledged
 // and reads 0xFF.
 #include <cstdio>
+#include <vector>
 
 #include "board.h"
 #include "i2c.h"
@@ -18,10 +19,12 @@ class Fram : public I2cDevice {
   public:
     explicit Fram(BoardState *st) : st_(st) {}
     void start(bool read) override {
+        end_write();
         if (!read) {
             addr_bytes_ = 0;
         }
     }
+    void stop() override { end_write(); }
     bool write(uint8_t byte) override {
         if (addr_bytes_ == 0) {
             hi_ = byte;
@@ -30,6 +33,10 @@ class Fram : public I2cDevice {
             ptr_ = ((uint32_t(hi_) << 8) | byte) & kFramMask;
             addr_bytes_ = 2;
         } else {
+            if (written_.empty()) {
+                first_ = ptr_;
+            }
+            written_.push_back(st_->fram[ptr_]);
             st_->fram[ptr_] = byte;
             ptr_ = (ptr_ + 1) & kFramMask;
         }
@@ -42,7 +49,24 @@ class Fram : public I2cDevice {
     }
 
   private:
+    // A write transaction is one write point; torn, only its first half stays.
+    void end_write() {
+        if (written_.empty()) {
+            return;
+        }
+        uint32_t n = uint32_t(written_.size());
+        uint32_t kept = write_point("fram", first_, n);
+        for (uint32_t i = kept; i < n; i++) {
+            st_->fram[(first_ + i) & kFramMask] = written_[i];
+        }
+        written_.clear();
+        if (kept < n) {
+            power_cut_now();
+        }
+    }
     BoardState *st_;
+    std::vector<uint8_t> written_; // what the transaction's bytes replaced
+    uint32_t first_ = 0;
     int addr_bytes_ = 0;
     uint8_t hi_ = 0;
     uint32_t ptr_ = 0;

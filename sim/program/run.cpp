@@ -233,6 +233,9 @@ RunResult run_here(const Options &o, int out_fd) {
         std::error_code ec;
         b.card_root = fs::absolute(fs::path(o.state_dir) / "card", ec).string();
     }
+    if (std::string err; !o.card_image.empty() && !use_card_image(o.card_image, err)) {
+        return fail(err, 2);
+    }
 
     s.cut_at =
         o.cut_at_seconds >= 0 ? uint64_t(std::llround(o.cut_at_seconds * double(kCpuHz))) : kNever;
