@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
 #include "typist.h"
 
@@ -82,17 +83,9 @@ int g_petPulses = 0;
 class BoardTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        // Rings are firmware RAM and outlive a board reset: empty them first.
-        UARTFlushTx(true);
-        UARTFlushRx();
+        bench::power_up();
         uart3_tx_bufr_flush(1);
         uart3_rx_bufr_flush();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         g_portF = 0;

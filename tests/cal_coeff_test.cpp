@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
 #include "typist.h"
 
@@ -42,18 +43,11 @@ std::string e(double v) {
 class CalCoeffTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
+        bench::power_up();
         card_ = fs::temp_directory_path() / ("fenwa-cal-" + std::to_string(getpid()));
         fs::remove_all(card_);
         fs::create_directories(card_);
         sim::set_card_dir(card_.string());
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
         memset(&sys_data, 0, sizeof sys_data);

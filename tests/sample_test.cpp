@@ -96,18 +96,11 @@ class SampleTest : public ::testing::Test {
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
-        UARTFlushTx(true);
-        UARTFlushRx();
+        bench::power_up();
         uart3_tx_bufr_flush(1);
         uart3_rx_bufr_flush();
         uart4_tx_bufr_flush(1);
         uart4_rx_bufr_flush();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         sys_data.baud_rate = 115200;
         init_sys_data_default();

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
 
 #include "board/board_util.h"
@@ -27,14 +28,7 @@ class UserIoTest : public ::testing::Test {
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
+        bench::power_up();
         UARTEchoSet(true);
         mode(0);
         dbg_flag = 0;
