@@ -62,15 +62,8 @@ double ms_since(uint64_t cycles) {
 class AdcTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
+        bench::power_up();
         sim::set_environment(sim::Environment());
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         init_sys_data_default();
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         init_uSDCard();

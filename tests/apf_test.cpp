@@ -31,6 +31,8 @@
 
 namespace {
 
+using bench::take;
+
 // Bytes the host types some time from now (fed from the millisecond tick).
 std::string g_later;
 double g_laterAt = 0;
@@ -84,13 +86,7 @@ bool crc_ok(const std::smatch &m) {
 class Apf : public ::testing::Test {
   protected:
     void SetUp() override {
-        sim::reset_board();
-        SysCtlClockSet(SYSCTL_SYSDIV_4 | SYSCTL_USE_PLL | SYSCTL_OSC_MAIN | SYSCTL_XTAL_16MHZ);
-        SysTickPeriodSet(SysCtlClockGet() / 1000u);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
-        IntMasterEnable();
+        bench::power_up();
         i2c0_init();
         memset(&sys_data, 0, sizeof(sys_data));
         sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 1;
@@ -124,11 +120,6 @@ class Apf : public ::testing::Test {
     void type_later(uint32_t ms, const std::string &bytes) {
         g_laterAt = sim::now_seconds() + ms / 1000.0;
         g_later = bytes;
-    }
-
-    std::string take() {
-        wait_consoleTx();
-        return sim::console_take();
     }
 
     // A whole line through the receiver, as a host types it; runs until

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
+#include "typist.h"
 
 #include "board/board_util.h"
 #include "board/i2c0.h"
@@ -27,36 +29,6 @@
 #include "sysctl.h"
 
 namespace {
-
-// An instrument on a serial line: sends what the test gives it, paced at the
-// line rate, and keeps what the board sends.
-class Instrument : public sim::SerialDevice {
-  public:
-    void send(const std::string &bytes) {
-        for (char c : bytes) {
-            q_.push_back((uint8_t)c);
-        }
-        if (next_ < sim::now_cycles()) {
-            next_ = sim::now_cycles() + byte_cycles_;
-        }
-    }
-    uint64_t next_byte_at() override { return q_.empty() ? sim::kNever : next_; }
-    uint8_t take_byte() override {
-        uint8_t c = q_.front();
-        q_.pop_front();
-        next_ += byte_cycles_;
-        return c;
-    }
-    void receive(uint8_t byte, uint64_t) override { got += (char)byte; }
-    void line_rate(uint32_t baud) override { byte_cycles_ = sim::kCpuHz * 10u / baud; }
-
-    std::string got;
-
-  private:
-    std::deque<uint8_t> q_;
-    uint64_t next_ = 0;
-    uint64_t byte_cycles_ = sim::kCpuHz * 10u / 9600u;
-};
 
 // A 64 KB FRAM that writes down each bus event: "Sw"/"Sr" a start for
 // writing/reading, a byte written in hex, "r+"/"r-" a byte read with or
@@ -111,17 +83,9 @@ int g_petPulses = 0;
 class BoardTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        // Rings are firmware RAM and outlive a board reset: empty them first.
-        UARTFlushTx(true);
-        UARTFlushRx();
+        bench::power_up();
         uart3_tx_bufr_flush(1);
         uart3_rx_bufr_flush();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         g_portF = 0;
@@ -133,13 +97,13 @@ class BoardTest : public ::testing::Test {
                 g_portF = (uint8_t)((g_portF & ~pins) | (levels & pins));
             }
         });
-        inst = std::make_shared<Instrument>();
+        inst = std::make_shared<sim::Typist>(std::vector<sim::Typist::Step>{}, 5, 9600);
         sim::attach_serial(UART3_BASE, inst);
         uart3_init();
         uart3_setup(9600, 16000000);
         // A CR LF leaves the line-end memory of both handlers cleared.
         uart3_echo_set(1);
-        inst->send("\r\n");
+        inst->type("\r\n");
         sim::console_feed("\r\n");
         sim::advance_ms(20);
         uart3_rx_bufr_flush();
@@ -164,7 +128,7 @@ class BoardTest : public ::testing::Test {
         return s;
     }
 
-    std::shared_ptr<Instrument> inst;
+    std::shared_ptr<sim::Typist> inst; // the instrument on port 3
 };
 
 struct EchoCase {
@@ -187,11 +151,11 @@ TEST_F(BoardTest, InstrumentPortEchoAndLineEditingGoToTheConsole) {
     for (const auto &c : kEchoCases) {
         SetUp();
         uart3_echo_set(1);
-        inst->send(c.in);
+        inst->type(c.in);
         sim::advance_ms(50);
         EXPECT_EQ(uart3_ring(), c.ring) << c.in;
         EXPECT_EQ(sim::console_take(), c.console) << c.in;
-        EXPECT_EQ(inst->got, "") << "echo never goes back to the instrument";
+        EXPECT_EQ(inst->seen, "") << "echo never goes back to the instrument";
     }
 }
 
@@ -210,7 +174,7 @@ TEST_F(BoardTest, RingsHoldOneLessThanTheirSize) {
     for (int i = 0; i < 64; i++) {
         in += (char)('0' + i);
     }
-    inst->send(in);
+    inst->type(in);
     sim::advance_ms(100);
     EXPECT_EQ(uart3_rx_bytes_avail(), 63);
     EXPECT_EQ(uart3_ring(), in.substr(0, 63));
@@ -229,16 +193,16 @@ TEST_F(BoardTest, InstrumentPortWriteInsertsCarriageReturnsAndDropsWhenFull) {
     uart3_tx_byte('\n');
     uart3_tx_bufr_flush(0);
     sim::advance_ms(20);
-    EXPECT_EQ(inst->got, "a\r\nb\r\r\n\n");
+    EXPECT_EQ(inst->seen, "a\r\nb\r\r\n\n");
 
-    inst->got.clear();
+    inst->seen.clear();
     EXPECT_EQ(uart3_write(std::string(100, 'z').c_str(), 100), 63);
     sim::advance_ms(150);
-    EXPECT_EQ(inst->got, std::string(63, 'z'));
+    EXPECT_EQ(inst->seen, std::string(63, 'z'));
 
     // A discarding flush drops what is still in the ring; what the hardware
     // took (16-byte FIFO and the shift register) still goes out.
-    inst->got.clear();
+    inst->seen.clear();
     bool wasMasked = IntMasterDisable();
     uart3_write(std::string(60, 'y').c_str(), 60);
     uart3_tx_bufr_flush(1);
@@ -246,9 +210,9 @@ TEST_F(BoardTest, InstrumentPortWriteInsertsCarriageReturnsAndDropsWhenFull) {
         IntMasterEnable();
     }
     sim::advance_ms(150);
-    EXPECT_GE(inst->got.size(), 16u);
-    EXPECT_LE(inst->got.size(), 17u);
-    EXPECT_EQ(inst->got.find_first_not_of('y'), std::string::npos);
+    EXPECT_GE(inst->seen.size(), 16u);
+    EXPECT_LE(inst->seen.size(), 17u);
+    EXPECT_EQ(inst->seen.find_first_not_of('y'), std::string::npos);
 }
 
 TEST_F(BoardTest, InstrumentPortReads) {
@@ -266,7 +230,7 @@ TEST_F(BoardTest, InstrumentPortReads) {
     };
     for (const auto &c : cases) {
         uart3_rx_bufr_flush();
-        inst->send(c.in);
+        inst->type(c.in);
         sim::advance_ms(30);
         EXPECT_EQ(uart3_rx_str(buf, c.len), c.ret) << c.in;
         EXPECT_EQ(std::string((const char *)buf), c.stored) << c.in;
@@ -274,12 +238,12 @@ TEST_F(BoardTest, InstrumentPortReads) {
     }
 
     uart3_rx_bufr_flush();
-    inst->send("abcdX");
+    inst->type("abcdX");
     EXPECT_EQ(uart3_rx_buf(buf, 4), 4);
     EXPECT_EQ(std::string((const char *)buf, 4), "abcd");
     EXPECT_EQ(uart3_rx_bytes_avail(), 0) << "one byte more is taken and dropped";
 
-    inst->send("abc");
+    inst->type("abc");
     sim::advance_ms(10);
     EXPECT_EQ(uart3_rx_bufr_peek('c'), 2);
     EXPECT_EQ(uart3_rx_bufr_peek('z'), -1);

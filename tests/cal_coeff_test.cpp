@@ -15,7 +15,9 @@
 #include <vector>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
+#include "typist.h"
 
 #include "board/uartstdio.h"
 #include "console/cal_coeff.h"
@@ -32,46 +34,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// An operator at the console who answers each prompt when it has been
-// printed: a step is (how the board's text ends, what to type then).
-class Operator : public sim::SerialDevice {
-  public:
-    explicit Operator(std::vector<std::pair<std::string, std::string>> steps)
-        : steps_(std::move(steps)) {}
-    std::string seen;
-
-    uint64_t next_byte_at() override {
-        return queue_.empty() ? sim::kNever : std::max(queue_.front().first, wireFree_) + kByte;
-    }
-    uint8_t take_byte() override {
-        wireFree_ = next_byte_at();
-        uint8_t b = queue_.front().second;
-        queue_.pop_front();
-        return b;
-    }
-    void receive(uint8_t b, uint64_t at) override {
-        seen.push_back(char(b));
-        if (next_ < steps_.size()) {
-            const std::string &end = steps_[next_].first;
-            if (seen.size() >= end.size() &&
-                seen.compare(seen.size() - end.size(), end.size(), end) == 0) {
-                for (char c : steps_[next_].second) {
-                    queue_.push_back({at + sim::kCyclesPerMs, uint8_t(c)});
-                }
-                next_++;
-            }
-        }
-    }
-    size_t answered() const { return next_; }
-
-  private:
-    static constexpr uint64_t kByte = 10 * sim::kCpuHz / 115200;
-    std::vector<std::pair<std::string, std::string>> steps_;
-    size_t next_ = 0;
-    std::deque<std::pair<uint64_t, uint8_t>> queue_;
-    uint64_t wireFree_ = 0;
-};
-
 std::string e(double v) {
     char b[32];
     snprintf(b, sizeof b, "%e", v);
@@ -81,18 +43,11 @@ std::string e(double v) {
 class CalCoeffTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
+        bench::power_up();
         card_ = fs::temp_directory_path() / ("fenwa-cal-" + std::to_string(getpid()));
         fs::remove_all(card_);
         fs::create_directories(card_);
         sim::set_card_dir(card_.string());
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
         memset(&sys_data, 0, sizeof sys_data);
@@ -298,7 +253,7 @@ TEST_F(CalCoeffTest, OperatorEntryDialogue) {
     steps.push_back({"]: ", "-1.25\r"}); // k0_SW
     steps.push_back({"]: ", "\r"});      // k0std_SW
     steps.push_back({"]: ", "01/01/2025\r"});
-    auto op = std::make_shared<Operator>(steps);
+    auto op = std::make_shared<sim::Typist>(steps, 1);
     sim::attach_serial(UART0_BASE, op);
 
     enter_pH_sensor_cal_coeff();
@@ -344,8 +299,8 @@ TEST_F(CalCoeffTest, OperatorEntryDialogue) {
 // the transfer; Ctrl-C ends the receive.
 TEST_F(CalCoeffTest, YmodemImportAtSlowBaud) {
     sys_data.baud_rate = 9600;
-    auto op = std::make_shared<Operator>(std::vector<std::pair<std::string, std::string>>{
-        {"? ", "y\r"}, {"Ymodem rcv:\r\n", "\x03"}});
+    auto op = std::make_shared<sim::Typist>(
+        std::vector<sim::Typist::Step>{{"? ", "y\r"}, {"Ymodem rcv:\r\n", "\x03"}});
     sim::attach_serial(UART0_BASE, op);
     double t0 = sim::now_seconds();
     import_ymodem_cal_coeff();

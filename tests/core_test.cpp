@@ -21,13 +21,11 @@ const uint32_t kTenOClock = 1709632800u; // 2024-03-05 10:00:00 UTC
 class Core : public ::testing::Test {
   protected:
     void SetUp() override {
-        sim::reset_board();
+        bench::power_up();
         std::memset(&sys_data, 0, sizeof sys_data);
         std::memset(&sys_samp, 0, sizeof sys_samp);
         sys_data.baud_rate = 115200;
         sys_samp.initNum = SYS_SAMP_INIT_NUM;
-        UARTStdioConfig(0, 115200, 16000000);
-        IntMasterEnable();
         sim::console_take();
     }
     void TearDown() override {

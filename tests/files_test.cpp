@@ -37,6 +37,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using bench::take;
+
 constexpr uint32_t kNewYear = 1735689600; // 2025/01/01 00:00:00 UTC
 const std::vector<std::string> kAtNewYear = {"--rtc", "1735689600"};
 
@@ -437,13 +439,7 @@ namespace {
 class Files : public ::testing::Test {
   protected:
     void SetUp() override {
-        sim::reset_board();
-        SysCtlClockSet(SYSCTL_SYSDIV_4 | SYSCTL_USE_PLL | SYSCTL_OSC_MAIN | SYSCTL_XTAL_16MHZ);
-        SysTickPeriodSet(SysCtlClockGet() / 1000u);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
-        IntMasterEnable();
+        bench::power_up();
         i2c0_init();
         uint32_t rtcSecs = kNewYear;
         HibernateRTCSet(rtcSecs);
@@ -452,11 +448,6 @@ class Files : public ::testing::Test {
         init_uSDCard();
         UARTEchoSet(0);
         take();
-    }
-
-    std::string take() {
-        wait_consoleTx();
-        return sim::console_take();
     }
 
     std::string card(const std::string &name) {

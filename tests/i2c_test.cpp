@@ -12,6 +12,7 @@
 
 #include "devices.h"
 #include "i2c_sensors.h"
+#include "scenario.h"
 #include "sim.h"
 
 #include "board/i2c0.h"
@@ -26,29 +27,18 @@
 
 namespace {
 
+using bench::take;
+
 class I2cParts : public ::testing::Test {
   protected:
     void SetUp() override {
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
-        SysCtlClockSet(SYSCTL_SYSDIV_4 | SYSCTL_USE_PLL | SYSCTL_OSC_MAIN | SYSCTL_XTAL_16MHZ);
-        SysTickPeriodSet(SysCtlClockGet() / 1000u);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
+        bench::power_up();
         UARTEchoSet(false);
-        IntMasterEnable();
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         i2c0_init();
         bme280_dev = bme280_data{};
         sim::console_take();
         sim::i2c_log_clear();
-    }
-
-    std::string take() {
-        wait_consoleTx();
-        return sim::console_take();
     }
 };
 

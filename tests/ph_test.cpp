@@ -358,17 +358,11 @@ TEST_F(PhMath, ExternalReferencePh) {
 class PhCalib : public ::testing::Test {
   protected:
     void SetUp() override {
-        sim::reset_board();
+        bench::power_up();
         std::memset(&sys_data, 0, sizeof sys_data);
         default_chemistry();
         sys_data.baud_rate = 115200;
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(false); // the transcript is the instrument's own output
-        UARTFlushRx();
         sim::console_take();
         // A dialogue waiting for input that never comes fails the test.
         sim::knobs().time_limit = sim::state().now + 600ull * sim::kCpuHz;

@@ -21,6 +21,7 @@
 #include "devices.h"
 #include "scenario.h"
 #include "sim.h"
+#include "typist.h"
 
 #include "board/board_util.h"
 #include "board/i2c0.h"
@@ -77,51 +78,14 @@ std::string card_file(const std::string &dir, const std::string &name) {
     return "";
 }
 
-// An operator at the console who answers prompts: each time the board's text
-// ends in the next trigger (by default ": ", the end of every prompt here), the
-// next answer is typed, a moment later, with its Enter.
-class Operator : public sim::SerialDevice {
-  public:
-    explicit Operator(std::vector<std::string> answers) {
-        for (auto &a : answers) {
-            steps_.push_back({": ", a + "\r"});
-        }
+// An operator who answers every prompt (they all end in ": ") with a line.
+std::shared_ptr<sim::Typist> answering(const std::vector<std::string> &answers) {
+    std::vector<sim::Typist::Step> steps;
+    for (const std::string &a : answers) {
+        steps.push_back({": ", a + "\r"});
     }
-    explicit Operator(std::vector<std::pair<std::string, std::string>> steps)
-        : steps_(std::move(steps)) {}
-    uint64_t next_byte_at() override { return q_.empty() ? sim::kNever : next_; }
-    uint8_t take_byte() override {
-        uint8_t c = q_.front();
-        q_.pop_front();
-        next_ += byte_;
-        return c;
-    }
-    void receive(uint8_t b, uint64_t at) override {
-        seen += (char)b;
-        if (next_step_ >= steps_.size()) {
-            return;
-        }
-        const std::string &trigger = steps_[next_step_].first;
-        if (seen.size() >= trigger.size() &&
-            seen.compare(seen.size() - trigger.size(), trigger.size(), trigger) == 0) {
-            for (char c : steps_[next_step_++].second) {
-                q_.push_back((uint8_t)c);
-            }
-            next_ = at + 5 * sim::kCyclesPerMs + byte_;
-        }
-    }
-    void line_rate(uint32_t baud) override { byte_ = sim::kCpuHz * 10u / baud; }
-    bool all_answered() const { return next_step_ == steps_.size() && q_.empty(); }
-
-    std::string seen; // everything the board sent
-
-  private:
-    std::vector<std::pair<std::string, std::string>> steps_;
-    size_t next_step_ = 0;
-    std::deque<uint8_t> q_;
-    uint64_t next_ = 0;
-    uint64_t byte_ = sim::kCpuHz * 10u / 115200u;
-};
+    return std::make_shared<sim::Typist>(steps);
+}
 
 // Rising edges of the watchdog's pet line (port F pin 1), in milliseconds.
 std::vector<double> g_pets;
@@ -132,18 +96,11 @@ class SampleTest : public ::testing::Test {
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
-        UARTFlushTx(true);
-        UARTFlushRx();
+        bench::power_up();
         uart3_tx_bufr_flush(1);
         uart3_rx_bufr_flush();
         uart4_tx_bufr_flush(1);
         uart4_rx_bufr_flush();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         UARTEchoSet(true);
         sys_data.baud_rate = 115200;
         init_sys_data_default();
@@ -452,7 +409,7 @@ TEST_F(SampleTest, PumpSequenceTypeAndSinglePumpDialogue) {
     sys_data.pump_seq_type = 1;
     sys_data.pump1_ontime = 0;
     sys_samp.pump1_cnt = 5;
-    auto op = std::make_shared<Operator>(std::vector<std::string>{"5", "", "3601", "3600"});
+    auto op = answering({"5", "", "3601", "3600"});
     sim::attach_serial(UART0_BASE, op);
     pump_sequencer_setup();
     wait_consoleTx();
@@ -477,8 +434,7 @@ TEST_F(SampleTest, PumpTypeZeroComesBackAndTwoPumpLimits) {
     sys_data.pump_seq_type = 1;
     sys_data.pump1_ontime = 0;
     sys_data.pump2_ontime = 0;
-    auto op = std::make_shared<Operator>(
-        std::vector<std::string>{"0", "2", "18001", "18000", "", "1001", "1000", ""});
+    auto op = answering({"0", "2", "18001", "18000", "", "1001", "1000", ""});
     sim::attach_serial(UART0_BASE, op);
     pump_sequencer_setup();
     wait_consoleTx();
@@ -571,8 +527,8 @@ TEST_F(SampleTest, PumpAndSampleIsASample) {
 TEST_F(SampleTest, PumpAndSampleLoopEndsOnAKey) {
     only({CFG_SAMPLE_NUM});
     sys_data.pump1_ontime = 0;
-    auto op = std::make_shared<Operator>(
-        std::vector<std::pair<std::string, std::string>>{{"[N]? ", "y\r"}, {"#0000002\r\n", "x"}});
+    auto op = std::make_shared<sim::Typist>(
+        std::vector<sim::Typist::Step>{{"[N]? ", "y\r"}, {"#0000002\r\n", "x"}});
     sim::attach_serial(UART0_BASE, op);
     pump_and_sample_loop_test();
     wait_consoleTx();

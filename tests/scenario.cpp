@@ -1,5 +1,11 @@
 #include "scenario.h"
 
+#include "sim.h"
+
+#include "board/uartstdio.h"
+#include "interrupt.h"
+#include "sysctl.h"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -154,3 +160,29 @@ size_t count(const std::string &hay, const std::string &needle) {
 }
 
 } // namespace scenario
+
+namespace bench {
+
+void power_up() {
+    UARTFlushTx(true);
+    UARTFlushRx();
+    sim::reset_board();
+    SysTickPeriodSet(SysCtlClockGet() / 1000u);
+    SysTickEnable();
+    SysTickIntEnable();
+    UARTStdioConfig(0, 115200, 16000000);
+    IntMasterEnable();
+    sim::console_take();
+}
+
+std::string take() {
+    wait_consoleTx();
+    return sim::console_take();
+}
+
+std::string card(const std::string &name) {
+    std::ifstream f(fs::path(sim::card_dir()) / name, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+}
+
+} // namespace bench

@@ -46,3 +46,16 @@ std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width);
 size_t count(const std::string &hay, const std::string &needle);
 
 } // namespace scenario
+
+// In-process bench: the firmware in the test process on the simulated board.
+namespace bench {
+
+// A board just powered: console rings emptied (firmware RAM outlives a board
+// reset), 1 ms tick, console at 115200 baud, interrupts on, nothing sent yet.
+void power_up();
+// Console bytes sent so far, once the transmitter has drained.
+std::string take();
+// A file in the folder behind the card ("" when missing).
+std::string card(const std::string &name);
+
+} // namespace bench

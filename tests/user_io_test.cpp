@@ -9,6 +9,7 @@
 #include <string>
 
 #include "devices.h"
+#include "scenario.h"
 #include "sim.h"
 
 #include "board/board_util.h"
@@ -27,14 +28,7 @@ class UserIoTest : public ::testing::Test {
     void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
+        bench::power_up();
         UARTEchoSet(true);
         mode(0);
         dbg_flag = 0;
@@ -45,10 +39,7 @@ class UserIoTest : public ::testing::Test {
         sim::console_take();
     }
     static void mode(uint8_t m) { sys_data.app_cfg[APPCFG_NEWLINE_MODE] = m; }
-    static std::string out() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string out() { return bench::take(); }
     // Types a line and lets it arrive.
     static void type(const std::string &s) {
         sim::console_feed(s);
@@ -257,16 +248,8 @@ TEST_F(UserIoTest, DateAndTimeEntry) {
         EXPECT_EQ(getDateAndTime(), c.result) << c.typed;
         EXPECT_EQ(UARTRxBytesAvail(), 0) << c.typed;
         std::string o = out();
-        size_t prompts = 0, messages = 0;
-        for (size_t p = o.find("Enter time ["); p != std::string::npos;
-             p = o.find("Enter time [", p + 1)) {
-            prompts++;
-        }
-        for (size_t p = o.find(msg); p != std::string::npos; p = o.find(msg, p + 1)) {
-            messages++;
-        }
-        EXPECT_EQ(prompts, (size_t)c.prompts) << c.typed;
-        EXPECT_EQ(messages, (size_t)c.messages) << c.typed;
+        EXPECT_EQ(scenario::count(o, "Enter time ["), (size_t)c.prompts) << c.typed;
+        EXPECT_EQ(scenario::count(o, msg), (size_t)c.messages) << c.typed;
         EXPECT_EQ(o.rfind("\r\n\r\nEnter time [11/14/23 22:13:20]: ", 0), 0u) << o;
     }
 }

@@ -165,18 +165,11 @@ class Peer : public sim::SerialDevice {
 class YmodemTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        UARTFlushTx(true);
-        UARTFlushRx();
-        sim::reset_board();
+        bench::power_up();
         card_ = fs::temp_directory_path() / ("fenwa-ym-" + std::to_string(getpid()));
         fs::remove_all(card_);
         fs::create_directories(card_);
         sim::set_card_dir(card_.string());
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
         memset(&sys_data, 0, sizeof sys_data);
         strcpy(sys_data.fileName, "noname.txt");
