@@ -12,15 +12,15 @@
 
 /* ---- functions ---------------------------------------------------------- */
 #define FF_FS_READONLY 0
-#define FF_FS_MINIMIZE 0  /* f_getfree, f_truncate, f_unlink, f_mkdir, f_rename, f_lseek */
+#define FF_FS_MINIMIZE 0 /* f_getfree, f_truncate, f_unlink, f_mkdir, f_rename, f_lseek */
 #define FF_USE_FIND 0
-#define FF_USE_MKFS 0     /* the technician formats the card on a PC */
+#define FF_USE_MKFS 0 /* the technician formats the card on a PC */
 #define FF_USE_FASTSEEK 0
 #define FF_USE_EXPAND 0
 #define FF_USE_CHMOD 0
 #define FF_USE_LABEL 0
 #define FF_USE_FORWARD 0
-#define FF_USE_STRFUNC 1  /* f_gets (config and calibration files); no LF to CRLF */
+#define FF_USE_STRFUNC 1 /* f_gets (config and calibration files); no LF to CRLF */
 #define FF_PRINT_LLI 0
 #define FF_PRINT_FLOAT 0
 #define FF_STRF_ENCODE 0

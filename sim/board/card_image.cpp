@@ -39,13 +39,18 @@ namespace sim::image {
 
 namespace {
 
-// The card on SSI0, selected by PA3 low; PA6 (the slot's switch) is the board's.
+// The card on SSI0, selected by PA3 low; PA6 (the slot's switch) is the
+// board's. The knobs --card-absent and --card-error act on it too.
 class CardOnSsi0 : public SpiDevice {
   public:
     SdCard card;
     uint32_t transfer(uint32_t out, uint64_t) override {
         bool selected = (gpio_levels(GPIO_PORTA_BASE) & GPIO_PIN_3) == 0;
-        card.present = !board().st->card_absent;
+        const BoardState &st = *board().st;
+        card.present = !st.card_absent;
+        // a failing card: every block read or written comes back with an error
+        card.readToken = st.card_error ? 0x08 : 0xFE;
+        card.dataResponse = st.card_error ? 0x0D : 0x05;
         return card.present ? card.exchange(uint8_t(out), selected) : 0xFFu;
     }
 };
