@@ -712,3 +712,54 @@ TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
     EXPECT_GE(lines, 7 * 24);
     sim::set_environment(sim::Environment());
 }
+
+// Water files and scenes: rows in seconds or ISO 8601 (from --rtc or the first
+// row), interpolation, and a message naming the line of a bad row.
+TEST(InstrumentModels, WaterFilesAndScenes) {
+    const std::string path = std::filesystem::temp_directory_path() / "fenwa_water_test.csv";
+    struct Case {
+        const char *csv;
+        int64_t rtc;
+        double t;        // a moment of the run, seconds
+        double temp_c;   // the water's temperature then (or the message)
+        const char *err; // "" = loads
+    } cases[] = {
+        {"time,t,s,ph,p\n0,10,34,7.9,5\n100,20,35,8.1,5\n", -1, 25, 12.5, ""},
+        {"# mooring\n2026-03-01T00:00:00Z,10,34,7.9,0\n2026-03-01 00:01:40,20,35,8.1,0\n", -1, 50,
+         15, ""},
+        {"2026-03-01T00:00:00Z,10,34,7.9,0\n2026-03-01T00:01:40Z,20,35,8.1,0\n", 1772323250, 0, 15,
+         ""},
+        {"0,10,34,7.9,0\n100,20,35,8.1,0\n", -1, 500, 20, ""},
+        {"0,10,34,7.9\n", -1, 0, 0, ":1: expected time, temperature, salinity, pH, pressure"},
+        {"0,10,34,7.9,0\n0,10,34,7.9,0\n", -1, 0, 0, ":2: times must increase"},
+        {"0,10,34,15,0\n", -1, 0, 0, ":1: pH '15' is not a number (0 to 14)"},
+        {"0,10,34,7.9,0\n2026-03-01T00:00:00Z,10,34,7.9,0\n", -1, 0, 0,
+         ":2: times mix seconds and ISO 8601"},
+        {"t,temp\n", -1, 0, 0, ":0: no water rows"},
+    };
+    for (const Case &c : cases) {
+        std::ofstream(path) << c.csv;
+        sim::Environment e;
+        e.water = path;
+        std::string err;
+        bool ok = sim::load_water(path, c.rtc, e.water_points, err);
+        EXPECT_EQ(ok, *c.err == 0) << c.csv << err;
+        if (!ok) {
+            EXPECT_EQ(err, path + c.err);
+            continue;
+        }
+        sim::set_environment(e);
+        EXPECT_NEAR(sim::water_at(c.t).temp_c, c.temp_c, 1e-9) << c.csv;
+    }
+    sim::Environment e;
+    e.water = "diurnal";
+    sim::set_environment(e);
+    EXPECT_NEAR(sim::water_at(15 * 3600).temp_c, 16.5, 1e-9); // the afternoon's warmth
+    e.water = "profile";
+    sim::set_environment(e);
+    EXPECT_EQ(sim::water_at(0).dbar, 2000.0);
+    EXPECT_EQ(sim::water_at(20000).dbar, 0.0);
+    EXPECT_NEAR(sim::water_at(20000).ph, 8.0, 1e-9);
+    sim::set_environment(sim::Environment());
+    std::filesystem::remove(path);
+}

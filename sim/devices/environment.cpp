@@ -33,11 +33,12 @@ Water diurnal(const Environment &e, double t) {
 // surface: cold, slightly fresher water at depth, the pH minimum near 800 m.
 Water profile(const Environment &e, double t) {
     double p = std::max(0.0, 2000.0 - 0.1 * t);
+    double below = 1.0 - std::exp(-p / 100.0); // the surface keeps --temp, --sal, --ph
     double temp = 2.3 + (e.temp_c - 2.3) * std::exp(-p / 350.0);
     double sal = 34.65 + (e.salinity - 34.65) * std::exp(-p / 200.0) -
-                 0.25 * std::exp(-std::pow((p - 800.0) / 300.0, 2));
+                 0.25 * below * std::exp(-std::pow((p - 800.0) / 300.0, 2));
     double ph = 7.75 + (e.ph - 7.75) * std::exp(-p / 150.0) -
-                0.12 * std::exp(-std::pow((p - 800.0) / 350.0, 2));
+                0.12 * below * std::exp(-std::pow((p - 800.0) / 350.0, 2));
     return {temp, sal, ph, p};
 }
 
