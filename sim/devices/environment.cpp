@@ -115,22 +115,22 @@ double sensor_drift_volts(double seconds) {
     return g_env.drift_mv_day * 1e-3 * seconds / kDay;
 }
 
-bool load_water(const std::string &spec, int64_t start_epoch, std::vector<WaterPoint> &out,
+bool load_water(const std::string &arg, int64_t start_epoch, std::vector<WaterPoint> &out,
                 std::string &err) {
     out.clear();
-    if (spec == "diurnal" || spec == "profile") {
+    if (arg == "diurnal" || arg == "profile") {
         return true;
     }
-    std::ifstream in(spec);
+    std::ifstream in(arg);
     if (!in) {
-        err = "--water: no scene or readable file '" + spec + "' (scenes: " + water_scenes() + ")";
+        err = "--water: no scene or readable file '" + arg + "' (scenes: " + water_scenes() + ")";
         return false;
     }
     std::string line;
     int no = 0;
     bool any_iso = false, any_rel = false;
     auto fail = [&](const std::string &why) {
-        err = spec + ":" + std::to_string(no) + ": " + why;
+        err = arg + ":" + std::to_string(no) + ": " + why;
         return false;
     };
     while (std::getline(in, line)) {

@@ -326,8 +326,8 @@ std::string Aand5860Model::line(double cond_ms, double temp, double sal, double 
 std::string Aand5860Model::reply() const {
     const Water w = water_now();
     if (!is("long")) {
-        return fmt("0 0 %.0f %.0f %.0f 0 0", seawater_conductivity(w.salinity, w.temp_c),
-                   w.temp_c, w.salinity);
+        return fmt("0 0 %.0f %.0f %.0f 0 0", seawater_conductivity(w.salinity, w.temp_c), w.temp_c,
+                   w.salinity);
     }
     return line(seawater_conductivity(w.salinity, w.temp_c) * 10.0, w.temp_c, w.salinity,
                 density(w.salinity, w.temp_c), sound_speed(w.salinity, w.temp_c));
