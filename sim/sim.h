@@ -129,7 +129,7 @@ double sensor_drift_volts(double seconds);
 // time, temperature, salinity, pH and pressure rows (time in seconds from the
 // run's start, or ISO 8601 UTC counted from `start_epoch`, or from the first
 // row when it is negative). False with a message naming the line.
-bool load_water(const std::string &spec, int64_t start_epoch, std::vector<WaterPoint> &out,
+bool load_water(const std::string &arg, int64_t start_epoch, std::vector<WaterPoint> &out,
                 std::string &err);
 std::string water_scenes(); // "diurnal, profile"
 

@@ -6,10 +6,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <deque>
+#include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -163,62 +167,11 @@ class InstrumentsTest : public ::testing::Test {
     }
 };
 
-std::string map(std::string s, char from, char to) {
-    std::replace(s.begin(), s.end(), from, to);
-    return s;
-}
-std::string upto(const std::string &s, char end) {
-    return s.substr(0, s.find(end));
-}
-
 const char *const kSbeTimeout =
     "CTD not responding with SBE37 data, check connection, make sure data config is SBE37";
 const char *const kSbeOverflow = "ST7: error in ctd driver bufIndx exceeds buf size, ctd";
 
 } // namespace
-
-TEST_F(InstrumentsTest, Sbe37RepliesFaultsAndColumn) {
-    struct Case {
-        const char *fault;
-        std::string column; // "" = the model's reply as the driver keeps it
-        int state;
-        float sal;
-        const char *runs;
-    } cases[] = {
-        {"", "", 0, 34.0f, "2 3 0"},
-        {"silent", kSbeTimeout, -1, 30.0f, "2 3 0"},
-        {"late", kSbeTimeout, -1, 30.0f, "2 3 0"},
-        {"long", kSbeOverflow, -1, 30.0f, "2 3 0"},
-        {"garbage", kSbeOverflow, -1, 30.0f, "2 3 0"},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART4_INST] = 6;
-        auto m = std::make_shared<sim::Sbe37Model>();
-        m->fault = c.fault;
-        sim::attach_serial(UART4_BASE, m);
-        Steps s = drive(uart4_stateMachine);
-        std::string want = c.column.empty() ? map(upto(m->reply(), '\r'), ',', '\t') : c.column;
-        EXPECT_EQ(column4(), want) << c.fault;
-        EXPECT_EQ(ctd.state, c.state) << c.fault;
-        EXPECT_EQ(ctd.type, c.state == 0 ? 6u : 0u) << c.fault;
-        EXPECT_EQ(sys_samp.sensor_sal, c.sal) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), "") << c.fault;
-        if (std::string(c.fault) != "silent") {
-            EXPECT_EQ(m->heard, "\rts\r") << c.fault;
-        }
-        if (*c.fault == 0) {
-            EXPECT_EQ(want, "12\t4\t34.00\td\tt") << "15 characters with the CR";
-            EXPECT_EQ(ctd.tempC, 12.0f);
-            EXPECT_EQ(ctd.salt, 34.0f);
-        }
-        if (std::string(c.fault) == "silent") {
-            // 0.9 s ready wait, 40 ms of command, 3.5 s for the reply
-            EXPECT_NEAR(s.seconds, 4.44, 0.03);
-        }
-    }
-}
 
 TEST_F(InstrumentsTest, Sbe37ParseAndConfigurationCases) {
     struct Case {
@@ -282,47 +235,6 @@ TEST_F(InstrumentsTest, CtdLinkBufferAndWait) {
     EXPECT_NEAR(sim::now_seconds() - t0, 0.07, 0.011);
 }
 
-TEST_F(InstrumentsTest, Aand5860RepliesFaultsAndColumn) {
-    sim::Aand5860Model probe;
-    probe.fault = "long";
-    const std::string longReply = probe.long_reply();
-    struct Case {
-        const char *fault;
-        std::string column; // "" = computed below
-        int state;
-        float sal;
-        const char *runs;
-    } cases[] = {
-        {"", "0 0 4 12 34 0 0", 0, 34.0f, "4 5 0"},
-        {"silent", "CTD not responding with Aanderaa % then ! after powerup", -1, 30.0f, "4 0"},
-        {"late", "CTD not responding with sample string after do sample", -1, 30.0f, "4 5 0"},
-        {"long", longReply.substr(0, 16), -1, 30.0f, "4 5 0"},
-        {"garbage", "", -1, 30.0f, "4 5 0"},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART4_INST] = 7;
-        auto m = std::make_shared<sim::Aand5860Model>();
-        m->fault = c.fault;
-        sim::attach_serial(UART4_BASE, m);
-        Steps s = drive(uart4_stateMachine);
-        std::string want = c.column;
-        if (std::string(c.fault) == "garbage") {
-            want = m->said.substr(2, 16); // after "%" and "!"
-        }
-        EXPECT_EQ(column4(), want) << c.fault;
-        EXPECT_EQ(ctd.state, c.state) << c.fault;
-        EXPECT_EQ(sys_samp.sensor_sal, c.sal) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), "") << c.fault;
-        if (*c.fault == 0) {
-            EXPECT_EQ(m->heard, std::string("\r\ndo sample\r\n\0", 14));
-            EXPECT_EQ(ctd.condo, 4.0f);
-            EXPECT_EQ(ctd.tempC, 12.0f);
-        }
-    }
-}
-
 TEST_F(InstrumentsTest, Aand5860HandshakeAndParseCases) {
     using Step = ScriptedLine::Step;
     struct Case {
@@ -383,43 +295,6 @@ TEST_F(InstrumentsTest, Aand5860HandshakeAndParseCases) {
                          "type, Config -> Data Fields\r\n");
 }
 
-TEST_F(InstrumentsTest, OptodeRepliesFaultsAndColumn) {
-    sim::OptodeModel probe;
-    const std::string good = upto(probe.reply(), '\r');
-    const std::string longReply = probe.long_reply();
-    const std::string overflow =
-        "\r\nDEBUG: error in optode driver bufIndx exceeds buf size, optode\r\n";
-    struct Case {
-        const char *fault;
-        std::string column;
-        int state;
-        const char *runs;
-        std::string console;
-    } cases[] = {
-        {"", good, 0, "2 4 0", ""},
-        {"silent", "Optode not responding with % char after power up", -1, "2 0", ""},
-        {"late", "Optode not responding with sample string after do sample", -1, "2 4 0", ""},
-        {"long", longReply.substr(0, 64), -1, "2 4 0", overflow},
-        {"garbage",
-         "Optode Err ST4: inter-character delay exceeded 50msec receiving do_sample string", 4,
-         "2 4 0", ""},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART3_INST] = 1;
-        auto m = std::make_shared<sim::OptodeModel>();
-        m->fault = c.fault;
-        sim::attach_serial(UART3_BASE, m);
-        Steps s = drive(uart3_stateMachine);
-        EXPECT_EQ(column3(), c.column) << c.fault;
-        EXPECT_EQ(optode.state, c.state) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), c.console) << c.fault;
-    }
-    EXPECT_EQ(good.substr(0, 9), "4831\t856\t");
-    EXPECT_EQ(good.substr(good.size() - 14), "\t98.000\t12.000");
-}
-
 TEST_F(InstrumentsTest, OptodeHandshakeCases) {
     using Step = ScriptedLine::Step;
     const std::string line63(63, 'x');
@@ -461,45 +336,6 @@ TEST_F(InstrumentsTest, OptodeHandshakeCases) {
     EXPECT_EQ(optode_stateMachine(3), 3);
 }
 
-TEST_F(InstrumentsTest, PicophRepliesFaultsAndColumn) {
-    sim::PicophModel good, longer;
-    longer.fault = "long";
-    const std::string noReply = "Pico-pH not responding to MEAS command";
-    struct Case {
-        const char *fault;
-        std::string column;
-        const char *runs;
-        std::string console;
-    } cases[] = {
-        {"", map(upto(good.reply(), '\r'), ' ', '\t'), "2 3 4 5 7 0", ""},
-        {"silent", noReply, "2 3 4 0", ""},
-        {"late", noReply, "2 3 4 0", ""},
-        {"long", map(longer.reply(), ' ', '\t').substr(0, 64), "2 3 4 5 0",
-         "\r\nDEBUG: error in picoph driver, bufIndx exceeds buf size. picoph\r\n"},
-        {"garbage", noReply, "2 3 4 0", ""},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART3_INST] = 4;
-        auto m = std::make_shared<sim::PicophModel>();
-        m->fault = c.fault;
-        sim::attach_serial(UART3_BASE, m);
-        Steps s = drive(uart3_stateMachine);
-        EXPECT_EQ(column3(), c.column) << c.fault;
-        EXPECT_EQ(picoph.state, 0) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), c.console) << c.fault;
-        if (c.fault != std::string("silent")) {
-            EXPECT_EQ(m->heard, "MEA 1 47\r") << c.fault;
-        }
-    }
-    EXPECT_EQ(cases[0].column, "MEA\t1\t47\t0\t7900\t12000\t2315");
-    EXPECT_GE(longer.reply().size(), 65u);
-    SetUp();
-    EXPECT_EQ(picoph_stateMachine(6), 0);
-    EXPECT_EQ(console(), "\r\nERROR: Pico-pH statemachine error - should not get to default\r\n");
-}
-
 TEST_F(InstrumentsTest, PicophLineTimeOut) {
     using Step = ScriptedLine::Step;
     sys_data.data_cfg[CFG_UART3_INST] = 4;
@@ -508,89 +344,6 @@ TEST_F(InstrumentsTest, PicophLineTimeOut) {
     Steps s = drive(uart3_stateMachine);
     EXPECT_EQ(column3(), "pico-pH did not finish transmit data");
     EXPECT_EQ(runs(s.returns), "2 3 4 5 0");
-}
-
-TEST_F(InstrumentsTest, OcrRepliesFaultsAndColumn) {
-    sim::OcrModel good, longer;
-    longer.fault = "long";
-    const std::string noFrame = "SATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999";
-    struct Case {
-        const char *fault;
-        std::string column;
-        int state;
-        const char *runs;
-        std::string console;
-    } cases[] = {
-        {"", upto(good.reply(), '\r'), 0, "2 3 4 5 7 0", ""},
-        {"silent", noFrame, 0, "2 3 4 0", ""},
-        {"late", noFrame, 0, "2 3 4 0", ""},
-        {"long", longer.reply().substr(0, 64), -1, "2 3 4 5 0",
-         "\r\nDEBUG: error in ocr driver bufIndx exceeds buf size, ocr\r\n"},
-        {"garbage", noFrame, 0, "2 3 4 0", ""},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART3_INST] = 2;
-        auto m = std::make_shared<sim::OcrModel>();
-        m->fault = c.fault;
-        sim::attach_serial(UART3_BASE, m);
-        Steps s = drive(uart3_stateMachine);
-        EXPECT_EQ(column3(), c.column) << c.fault;
-        EXPECT_EQ(ocr.state, c.state) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), c.console) << c.fault;
-    }
-    // Frames ended by LF alone or CR alone are taken too.
-    for (const char *end : {"\n", "\r"}) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART3_INST] = 2;
-        sim::attach_serial(UART3_BASE,
-                           std::make_shared<ScriptedLine>(
-                               57600, std::vector<ScriptedLine::Step>{
-                                          {"\r\n", std::string("xSAT\t1") + end + "S", 10}}));
-        drive(uart3_stateMachine);
-        EXPECT_EQ(column3(), "SAT\t1");
-    }
-    // State 6 asks for another frame only while more than one is due.
-    ocr.dataCnt = 2;
-    EXPECT_EQ(ocr_stateMachine(6), 3);
-    EXPECT_EQ(ocr_stateMachine(6), 7);
-}
-
-TEST_F(InstrumentsTest, NanofetRepliesFaultsAndColumn) {
-    sim::NanofetModel good, longer;
-    longer.fault = "long";
-    const std::string noReply = "NanoFET not responding with sample string after ts";
-    struct Case {
-        const char *fault;
-        std::string column;
-        int state;
-        const char *runs;
-        std::string console;
-    } cases[] = {
-        {"", upto(good.reply(), '\r'), 3, "2 3 0", ""},
-        {"silent", noReply, -1, "2 0", ""},
-        {"late", noReply, -1, "2 0", ""},
-        {"long", longer.reply().substr(0, 64), -1, "2 0",
-         "\r\nDEBUG: error in nanofet driver bufIndx exceeds buf size, nanofet\r\n"},
-        {"garbage", noReply, -1, "2 0", ""},
-    };
-    for (const auto &c : cases) {
-        SetUp();
-        sys_data.data_cfg[CFG_UART3_INST] = 3;
-        auto m = std::make_shared<sim::NanofetModel>();
-        m->fault = c.fault;
-        sim::attach_serial(UART3_BASE, m);
-        Steps s = drive(uart3_stateMachine);
-        EXPECT_EQ(column3(), c.column) << c.fault;
-        EXPECT_EQ(nanofet.state, c.state) << c.fault;
-        EXPECT_EQ(runs(s.returns), c.runs) << c.fault;
-        EXPECT_EQ(console(), c.console) << c.fault;
-        if (c.fault != std::string("silent")) {
-            EXPECT_EQ(m->heard, " \r\n\r\nts\r\n") << c.fault;
-        }
-    }
-    EXPECT_EQ(cases[0].column.substr(0, 14), "7.9000\t12.000\t");
 }
 
 TEST_F(InstrumentsTest, NanofetLineCases) {
@@ -623,15 +376,6 @@ TEST_F(InstrumentsTest, ModelsAnswerOnlyAtTheirRate) {
     EXPECT_EQ(column3(), "Pico-pH not responding to MEAS command");
     EXPECT_EQ(m->heard, "");
     EXPECT_FALSE(m->rate_ok());
-}
-
-TEST(InstrumentModels, Water) {
-    // PSS-78: S = 35 at 15 degrees is the standard seawater conductivity
-    EXPECT_NEAR(sim::seawater_conductivity(35.0, 15.0), 4.2914, 1e-4);
-    EXPECT_GT(sim::seawater_conductivity(34.0, 12.0), 3.8);
-    EXPECT_LT(sim::seawater_conductivity(34.0, 12.0), sim::seawater_conductivity(34.0, 13.0));
-    // Garcia and Gordon: about 274 umol/kg at 10 degrees, S 35
-    EXPECT_NEAR(sim::oxygen_solubility(35.0, 10.0), 274.6, 1.0);
 }
 
 // ---- whole samples on the simulated board ----------------------------------
@@ -675,8 +419,8 @@ TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumns) {
         {4,
          7,
          {"--inst", "picoph", "--ctd", "aand5860", "--ctd-fault", "silent"},
-         "\tMEA\t1\t47\t0\t7900\t12000\t2315\tCTD not responding with Aanderaa % then ! after "
-         "powerup"},
+         "\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t\tCTD not responding with Aanderaa % "
+         "then ! after powerup"},
         {2,
          6,
          {"--inst", "ocr", "--inst-fault", "late", "--ctd", "sbe37", "--ctd-fault", "long"},
@@ -776,4 +520,246 @@ TEST_F(InstrumentsTest, DiagnosticCopiesOnTheConsole) {
         drive(c.port == 3 ? uart3_stateMachine : uart4_stateMachine);
         EXPECT_EQ(console(), c.console) << c.model << " " << c.fault;
     }
+}
+
+// Each instrument's good reply against its manual's example, and each fault
+// knob of each model driving its driver into the specified ending: the column
+// text, the driver's state, the CTD salinity (30 = kept from before) and a
+// console message (sys_data.diag is on).
+TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding) {
+    struct {
+        std::string got, manual;
+    } examples[] = {
+        // SBE37-SM manual, OutputFormat=1 with the pressure sensor
+        {sim::Sbe37Model::factory_line(24.8339, 0.97795, -9.262, -1, 947220699),
+         "24.8339,  0.97795,   -9.262, 07 Jan 2000, 04:51:39\r\n"},
+        {sim::Sbe37Model::factory_line(12.0, 3.895, 0.0, 34.0, 1704110400),
+         "12.0000,  3.89500,    0.000,  34.0000, 01 Jan 2024, 12:00:00\r\n"},
+        {sim::OptodeModel::line(283.45, 98.0, 12.0), "4831\t856\t283.450\t98.000\t12.000\r\n"},
+        {sim::Aand5860Model::line(38.95, 12.0, 34.0, 1026.152, 1497.68),
+         "5860\t412\t38.950\t12.000\t34.000\t1026.152\t1497.680\r\n"},
+        {sim::PicophModel::line(7.9, 12.0, 12.85),
+         "MEA 1 47 0 23390 0 0 0 12000 12850 41872 12 1013 35000 104690 0 0 7900 0 0 0\r"},
+        {sim::OcrModel::line(std::array<double, 4>{61.2345, 73.4561, 80.1123, 55.0987}.data()),
+         "SATFI40278\t61.2345\t73.4561\t80.1123\t55.0987\r\n"},
+    };
+    for (const auto &e : examples) {
+        EXPECT_EQ(e.got, e.manual);
+    }
+
+    const std::string pico64 =
+        "MEA\t1\t47\t0\t23390\t0\t0\t0\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t";
+    const char *sbeParse = "sscanf for parsing MicroCat does not return 5 args";
+    const char *aanParse = "sscanf for parsing Aanderaa 5860 does not return 7 args";
+    const char *aanGap =
+        "CTD driver Err: inter-character delay exceeded 50msec receiving do_sample "
+        "string";
+    const char *optGap = "Optode Err ST4: inter-character delay exceeded 50msec receiving "
+                         "do_sample string";
+    const char *ocrErr = "SATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999";
+    const char *picoNone = "Pico-pH not responding to MEAS command";
+    const char *nanoNone = "NanoFET not responding with sample string after ts";
+    struct Case {
+        const char *inst, *fault;
+        std::string column;
+        int state;
+        float sal;
+        const char *console; // a message the console must show ("" = none looked for)
+    } cases[] = {
+        {"sbe37", "", "12\t4\t34.00\td\tt", 0, 34, ""},
+        {"sbe37", "silent", kSbeTimeout, -1, 30, ""},
+        {"sbe37", "late", kSbeTimeout, -1, 30, ""},
+        {"sbe37", "wake", kSbeTimeout, -1, 30, ""},
+        {"sbe37", "stall", kSbeTimeout, -1, 30, ""},
+        {"sbe37", "garbage", kSbeOverflow, -1, 30, "ST7: error in ctd driver"},
+        {"sbe37", "long", kSbeOverflow, -1, 30, "ST7: error in ctd driver"},
+        {"sbe37", "partial", "12\t4\t34", 0, 0, sbeParse},
+        {"sbe37", "unparsable", "X2\t4\t34.00\td\tt", 0, 0, sbeParse},
+        {"sbe37", "missing", "12\t4\t34.00", 0, 0, sbeParse},
+        {"sbe37", "early", "12\t4\t34", 0, 0, sbeParse},
+        {"sbe37", "split", "12\t4\t34.00\td\tt", 0, 34, ""},
+        {"aand5860", "", "0 0 4 12 34 0 0", 0, 34, ""},
+        {"aand5860", "silent", "CTD not responding with Aanderaa % then ! after powerup", -1, 30,
+         "No CTD response in 2.5sec"},
+        {"aand5860", "wake", "", -1, 30, "CTD Err: did not receive ! after crlf following %"},
+        {"aand5860", "late", "CTD not responding with sample string after do sample", -1, 30, ""},
+        {"aand5860", "long", "5860\t412\t38.970\t", -1, 30, "bufIndx exceeds buf size, ctd_base"},
+        {"aand5860", "partial", "0 0 4 1", 0, 0, aanParse},
+        {"aand5860", "unparsable", "X 0 4 12 34 0 0", 0, 0, aanParse},
+        {"aand5860", "missing", "0 0 4 12 34", 0, 0, aanParse},
+        {"aand5860", "early", "0 0 4 1<2 34 0 0", -1, 30, "exceeds buf size, ctd_base"},
+        {"aand5860", "split", aanGap, -1, 30, "inter-character delay exceeded 50msec"},
+        {"aand5860", "stall", aanGap, -1, 30, ""},
+        {"optode", "", "4831\t856\t266.516\t98.000\t12.000", 0, 30, ""},
+        {"optode", "silent", "Optode not responding with % char after power up", -1, 30,
+         "did not receive % char delimiter in 600msec"},
+        {"optode", "wake", "Optode not responding with % char after power up", -1, 30, ""},
+        {"optode", "late", "Optode not responding with sample string after do sample", -1, 30,
+         "did not receive sample string after do sample"},
+        {"optode", "long", "MEASUREMENT\t  4831\t   856\tO2Concentration[uM]\t   266.516\tAirSatu",
+         -1, 30, "error in optode driver bufIndx exceeds buf size"},
+        {"optode", "partial", "4831\t856\t266.51", 0, 30, ""},
+        {"optode", "unparsable", "X831\t856\t266.516\t98.000\t12.000", 0, 30, ""},
+        {"optode", "missing", "4831\t856\t266.516", 0, 30, ""},
+        {"optode", "early", "4831\t856\t266.51<6\t98.000\t12.000", 0, 30, ""},
+        {"optode", "split", optGap, 4, 30, "inter-character delay exceeded 50msec"},
+        {"optode", "stall", optGap, 4, 30, ""},
+        {"optode", "garbage", optGap, 4, 30, ""},
+        {"ocr", "", "SATFI40278\t61.2345\t73.4561\t80.1123\t55.0987", 0, 30, ""},
+        {"ocr", "silent", ocrErr, 0, 30, "OCR power on did not receive expected response"},
+        {"ocr", "late", ocrErr, 0, 30, ""},
+        {"ocr", "wake", ocrErr, 0, 30, ""},
+        {"ocr", "garbage", ocrErr, 0, 30, ""},
+        {"ocr", "stall", "OCR did not finish transmit data", 0, 30, "OCR did not finish"},
+        {"ocr", "long", "SATFI40278\t0000123\t12.345\t61.234512\t73.456123\t80.112345\t55.09876",
+         -1, 30, "error in ocr driver bufIndx exceeds buf size"},
+        {"ocr", "missing", "SATFI40278\t61.2345\t73.4561", 0, 30, ""},
+        {"ocr", "split", "SATFI40278\t61.2345\t73.4561\t80.1123\t55.0987", 0, 30, ""},
+        {"nanofet", "", "7.9000\t12.000\t-0.894342", 3, 30, ""},
+        {"nanofet", "silent", nanoNone, -1, 30, "did not receive sample string after sending ts"},
+        {"nanofet", "late", nanoNone, -1, 30, ""},
+        {"nanofet", "wake", nanoNone, -1, 30, ""},
+        {"nanofet", "stall", nanoNone, -1, 30, ""},
+        {"nanofet", "long", "       0\t01/01/1970 00:00:00\t    3.04\t   12.40\t       0\t1.446760",
+         -1, 30, "error in nanofet driver bufIndx exceeds buf size"},
+        {"nanofet", "partial", "7.9000\t12.0", 3, 30, ""},
+        {"nanofet", "split", "7.9000\t12.000\t-0.894342", 3, 30, ""},
+        {"picoph", "", pico64, 0, 30, "error in picoph driver, bufIndx exceeds buf size"},
+        {"picoph", "silent", picoNone, 0, 30, "did not send expected response"},
+        {"picoph", "late", picoNone, 0, 30, ""},
+        {"picoph", "wake", picoNone, 0, 30, ""},
+        {"picoph", "garbage", picoNone, 0, 30, ""},
+        {"picoph", "stall", "pico-pH did not finish transmit data", 0, 30, "did not finish"},
+        {"picoph", "partial", "MEA\t1\t47\t0\t23390\t0\t0\t0\t12000\t12850\t418", 0, 30, ""},
+    };
+    struct Rig {
+        const char *name;
+        uint32_t uart;
+        uint8_t *cfg, code;
+        const int32_t *state;
+    } rigs[] = {
+        {"sbe37", UART4_BASE, &sys_data.data_cfg[CFG_UART4_INST], 6, &ctd.state},
+        {"aand5860", UART4_BASE, &sys_data.data_cfg[CFG_UART4_INST], 7, &ctd.state},
+        {"optode", UART3_BASE, &sys_data.data_cfg[CFG_UART3_INST], 1, &optode.state},
+        {"ocr", UART3_BASE, &sys_data.data_cfg[CFG_UART3_INST], 2, &ocr.state},
+        {"nanofet", UART3_BASE, &sys_data.data_cfg[CFG_UART3_INST], 3, &nanofet.state},
+        {"picoph", UART3_BASE, &sys_data.data_cfg[CFG_UART3_INST], 4, &picoph.state},
+    };
+    for (const Case &c : cases) {
+        const Rig &r = *std::find_if(std::begin(rigs), std::end(rigs),
+                                     [&](const Rig &g) { return c.inst == std::string(g.name); });
+        SetUp();
+        sys_data.diag = 1;
+        *r.cfg = r.code;
+        const bool ctdPort = r.uart == UART4_BASE;
+        auto m = ctdPort ? sim::make_ctd_model(r.name) : sim::make_inst_model(r.name);
+        m->fault = c.fault;
+        sim::attach_serial(r.uart, m);
+        drive(ctdPort ? uart4_stateMachine : uart3_stateMachine);
+        std::string what = std::string(c.inst) + " " + c.fault;
+        EXPECT_EQ(ctdPort ? column4() : column3(), c.column) << what;
+        EXPECT_EQ(*r.state, c.state) << what;
+        EXPECT_EQ(sys_samp.sensor_sal, c.sal) << what;
+        EXPECT_NE(console().find(c.console), std::string::npos) << what;
+    }
+}
+
+// A week at a mooring with hourly samples: the data file's temperature and pH
+// follow the water file (ISO 8601 times, counted from its first row) within
+// the sensor's noise, and the SBE37's salinity reaches the controller.
+TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
+    scenario::Board b;
+    board_with(b, 0, 6);
+    const std::string csv = b.dir() + "/../water.csv";
+    {
+        std::ofstream f(csv);
+        f << "time,temperature,salinity,pH,pressure\n";
+        for (int h = 0; h <= 7 * 24; h += 6) {
+            char row[128];
+            std::snprintf(row, sizeof row, "2026-03-%02dT%02d:00:00Z,%.3f,%.3f,%.4f,10\n",
+                          1 + h / 24, h % 24, 15 + 4 * std::sin(h * M_PI / 12),
+                          34.5 + 0.4 * std::cos(h / 30.0), 8 + 0.15 * std::sin(h / 40.0));
+            f << row;
+        }
+    }
+    sim::Environment e;
+    std::string err;
+    ASSERT_TRUE(sim::load_water(csv, -1, e.water_points, err)) << err;
+    sim::set_environment(e);
+    auto r = b.run("1 period 3600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n",
+                   7 * 86400 + 40, {"--water", csv, "--ctd", "sbe37"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream data(b.cardFile("NONAME.TXT"));
+    int lines = 0;
+    for (std::string line; std::getline(data, line);) {
+        if (line.empty() || line[0] != '#') {
+            continue;
+        }
+        std::vector<std::string> f;
+        std::istringstream cols(line);
+        for (std::string c; std::getline(cols, c, '\t');) {
+            f.push_back(c);
+        }
+        ASSERT_GE(f.size(), 13u) << line;
+        int mo, d, y, hh, mm, ss;
+        ASSERT_EQ(std::sscanf(f[1].c_str(), "%d/%d/%d %d:%d:%d", &mo, &d, &y, &hh, &mm, &ss), 6);
+        const sim::Water w = sim::water_at((d - 1) * 86400.0 + hh * 3600.0 + mm * 60.0 + ss);
+        EXPECT_NEAR(std::stod(f[9]), w.temp_c, 0.01) << line;
+        EXPECT_NEAR(std::stod(f[12]), w.ph, 0.005) << line;
+        EXPECT_NEAR(std::stod(f[f.size() - 3]), w.salinity, 0.006) << line; // the CTD column
+        lines++;
+    }
+    EXPECT_GE(lines, 7 * 24);
+    sim::set_environment(sim::Environment());
+}
+
+// Water files and scenes: rows in seconds or ISO 8601 (from --rtc or the first
+// row), interpolation, and a message naming the line of a bad row.
+TEST(InstrumentModels, WaterFilesAndScenes) {
+    const std::string path = std::filesystem::temp_directory_path() / "fenwa_water_test.csv";
+    struct Case {
+        const char *csv;
+        int64_t rtc;
+        double t;        // a moment of the run, seconds
+        double temp_c;   // the water's temperature then (or the message)
+        const char *err; // "" = loads
+    } cases[] = {
+        {"time,t,s,ph,p\n0,10,34,7.9,5\n100,20,35,8.1,5\n", -1, 25, 12.5, ""},
+        {"# mooring\n2026-03-01T00:00:00Z,10,34,7.9,0\n2026-03-01 00:01:40,20,35,8.1,0\n", -1, 50,
+         15, ""},
+        {"2026-03-01T00:00:00Z,10,34,7.9,0\n2026-03-01T00:01:40Z,20,35,8.1,0\n", 1772323250, 0, 15,
+         ""},
+        {"0,10,34,7.9,0\n100,20,35,8.1,0\n", -1, 500, 20, ""},
+        {"0,10,34,7.9\n", -1, 0, 0, ":1: expected time, temperature, salinity, pH, pressure"},
+        {"0,10,34,7.9,0\n0,10,34,7.9,0\n", -1, 0, 0, ":2: times must increase"},
+        {"0,10,34,15,0\n", -1, 0, 0, ":1: pH '15' is not a number (0 to 14)"},
+        {"0,10,34,7.9,0\n2026-03-01T00:00:00Z,10,34,7.9,0\n", -1, 0, 0,
+         ":2: times mix seconds and ISO 8601"},
+        {"t,temp\n", -1, 0, 0, ":0: no water rows"},
+    };
+    for (const Case &c : cases) {
+        std::ofstream(path) << c.csv;
+        sim::Environment e;
+        e.water = path;
+        std::string err;
+        bool ok = sim::load_water(path, c.rtc, e.water_points, err);
+        EXPECT_EQ(ok, *c.err == 0) << c.csv << err;
+        if (!ok) {
+            EXPECT_EQ(err, path + c.err);
+            continue;
+        }
+        sim::set_environment(e);
+        EXPECT_NEAR(sim::water_at(c.t).temp_c, c.temp_c, 1e-9) << c.csv;
+    }
+    sim::Environment e;
+    e.water = "diurnal";
+    sim::set_environment(e);
+    EXPECT_NEAR(sim::water_at(15 * 3600).temp_c, 16.5, 1e-9); // the afternoon's warmth
+    e.water = "profile";
+    sim::set_environment(e);
+    EXPECT_EQ(sim::water_at(0).dbar, 2000.0);
+    EXPECT_EQ(sim::water_at(20000).dbar, 0.0);
+    EXPECT_NEAR(sim::water_at(20000).ph, 8.0, 1e-9);
+    sim::set_environment(sim::Environment());
+    std::filesystem::remove(path);
 }

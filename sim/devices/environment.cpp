@@ -33,11 +33,12 @@ Water diurnal(const Environment &e, double t) {
 // surface: cold, slightly fresher water at depth, the pH minimum near 800 m.
 Water profile(const Environment &e, double t) {
     double p = std::max(0.0, 2000.0 - 0.1 * t);
+    double below = 1.0 - std::exp(-p / 100.0); // the surface keeps --temp, --sal, --ph
     double temp = 2.3 + (e.temp_c - 2.3) * std::exp(-p / 350.0);
     double sal = 34.65 + (e.salinity - 34.65) * std::exp(-p / 200.0) -
-                 0.25 * std::exp(-std::pow((p - 800.0) / 300.0, 2));
+                 0.25 * below * std::exp(-std::pow((p - 800.0) / 300.0, 2));
     double ph = 7.75 + (e.ph - 7.75) * std::exp(-p / 150.0) -
-                0.12 * std::exp(-std::pow((p - 800.0) / 350.0, 2));
+                0.12 * below * std::exp(-std::pow((p - 800.0) / 350.0, 2));
     return {temp, sal, ph, p};
 }
 
@@ -114,22 +115,22 @@ double sensor_drift_volts(double seconds) {
     return g_env.drift_mv_day * 1e-3 * seconds / kDay;
 }
 
-bool load_water(const std::string &spec, int64_t start_epoch, std::vector<WaterPoint> &out,
+bool load_water(const std::string &arg, int64_t start_epoch, std::vector<WaterPoint> &out,
                 std::string &err) {
     out.clear();
-    if (spec == "diurnal" || spec == "profile") {
+    if (arg == "diurnal" || arg == "profile") {
         return true;
     }
-    std::ifstream in(spec);
+    std::ifstream in(arg);
     if (!in) {
-        err = "--water: no scene or readable file '" + spec + "' (scenes: " + water_scenes() + ")";
+        err = "--water: no scene or readable file '" + arg + "' (scenes: " + water_scenes() + ")";
         return false;
     }
     std::string line;
     int no = 0;
     bool any_iso = false, any_rel = false;
     auto fail = [&](const std::string &why) {
-        err = spec + ":" + std::to_string(no) + ": " + why;
+        err = arg + ":" + std::to_string(no) + ": " + why;
         return false;
     };
     while (std::getline(in, line)) {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "analog_frontend.h"
 #include "sim.h"
 
 namespace sim {
@@ -155,7 +156,7 @@ std::string SerialInstrument::noise(size_t n) {
 }
 
 void LineInstrument::byte_in(uint8_t byte, uint64_t at) {
-    if (byte == 0) {
+    if (byte == 0 || (wakes_on_char() && dozing(at))) {
         return;
     }
     if (byte == '\n' && last_cr_) {
@@ -176,31 +177,86 @@ void LineInstrument::byte_in(uint8_t byte, uint64_t at) {
     }
 }
 
-// ---- SBE37 ----------------------------------------------------------------
+// ---- faults shared by every instrument -------------------------------------
 
 namespace {
-constexpr double kSbeSampleMs = 1800; // "ts" to the data line
-constexpr double kSbeLateMs = 4500;   // past the controller's 3.5 s
-constexpr double kAanLateMs = 5600;   // past the 5 s for the sample line
-constexpr double kPicoReplyMs = 250, kPicoLateMs = 1000;
-constexpr double kOcrReplyMs = 30, kOcrLateMs = 2000;
-constexpr double kNanoReplyMs = 400, kNanoLateMs = 5600;
+constexpr double kSbeSampleMs = 1800, kSbeLateMs = 2700; // past the controller's 3.5 s
+constexpr double kAanLateMs = 4600;                      // past the 5 s for the sample line
+constexpr double kPicoReplyMs = 250, kPicoLateMs = 750;  // past 800 ms
+constexpr double kOcrReplyMs = 30, kOcrLateMs = 1970;    // past 1.6 s
+constexpr double kNanoReplyMs = 400, kNanoLateMs = 5200; // past 5 s
+constexpr double kSplitMs = 100;                         // the pause of a split reply
+constexpr double kDozeMs = 1000;                         // asleep after the wake character
 constexpr size_t kNoiseBytes = 40;
 } // namespace
 
-std::string Sbe37Model::reply() const {
-    const Environment &e = environment();
-    double c = seawater_conductivity(e.salinity, e.temp_c);
-    if (fault != "long") {
-        return fmt("%.0f,%.0f,%.2f,d,t\r\n", e.temp_c, c, e.salinity);
+void SerialInstrument::answer(const std::string &reply, uint64_t at, double late_ms) {
+    size_t n = reply.find_last_not_of("\r\n#");
+    n = n == std::string::npos ? 0 : n + 1;
+    std::string body = reply.substr(0, n), end = reply.substr(n);
+    const size_t half = body.size() / 2;
+    if (is("late")) {
+        say(reply, at + ms(late_ms));
+    } else if (is("garbage")) {
+        say(noise(kNoiseBytes), at);
+    } else if (is("partial")) {
+        say(body.substr(0, half) + end, at);
+    } else if (is("stall")) {
+        say(body.substr(0, half), at);
+    } else if (is("split")) {
+        say(body.substr(0, half), at);
+        say(body.substr(half) + end, at + half * byte_cycles_ + ms(kSplitMs));
+    } else if (is("early")) {
+        say(body.substr(0, half) + "<" + body.substr(half) + end, at);
+    } else if (is("unparsable")) {
+        size_t d = body.find_first_of("0123456789");
+        if (d != std::string::npos) {
+            body[d] = 'X';
+        }
+        say(body + end, at);
+    } else if (is("missing")) {
+        for (int i = 0; i < 2; i++) {
+            body.erase(body.find_last_not_of(" \t,") + 1);
+            size_t sep = body.find_last_of(" \t,");
+            body.erase(sep == std::string::npos ? 0 : sep);
+        }
+        say(body + end, at);
+    } else {
+        say(reply, at);
     }
-    time_t now = time_t(rtc());
+}
+
+bool LineInstrument::dozing(uint64_t at) {
+    if (awake_at_ == kNever) {
+        awake_at_ = at + (is("wake") ? ms(kDozeMs) : 0);
+        return is("wake");
+    }
+    return at < awake_at_;
+}
+
+// ---- SBE37 ----------------------------------------------------------------
+
+std::string Sbe37Model::factory_line(double t, double c, double p, double sal, uint32_t epoch) {
+    time_t now = time_t(epoch);
     struct tm tm;
     gmtime_r(&now, &tm);
     char date[32], clock[16];
     strftime(date, sizeof date, "%d %b %Y", &tm);
     strftime(clock, sizeof clock, "%H:%M:%S", &tm);
-    return fmt("%9.4f,%9.5f,%10.4f, %s, %s\r\n", e.temp_c, c, e.salinity, date, clock);
+    std::string s = fmt("%7.4f,%9.5f,%9.3f", t, c, p);
+    if (sal >= 0) {
+        s += fmt(",%9.4f", sal);
+    }
+    return s + ", " + date + ", " + clock + "\r\n";
+}
+
+std::string Sbe37Model::reply() const {
+    const Water w = water_now();
+    double c = seawater_conductivity(w.salinity, w.temp_c);
+    if (fault != "long") {
+        return fmt("%.0f,%.0f,%.2f,d,t\r\n", w.temp_c, c, w.salinity);
+    }
+    return factory_line(w.temp_c, c, w.dbar, w.salinity, rtc());
 }
 
 void Sbe37Model::char_in(uint8_t byte, uint64_t at) {
@@ -213,9 +269,11 @@ void Sbe37Model::line_in(const std::string &line, uint64_t at) {
     if (cmd.empty()) {
         say("S>", at);
     } else if (cmd == "ts") {
-        uint64_t when = at + ms(is("late") ? kSbeLateMs : kSbeSampleMs);
-        say(is("garbage") ? noise(kNoiseBytes) : reply(), when);
-        say("S>", when);
+        uint64_t when = at + ms(kSbeSampleMs);
+        answer(reply(), when, kSbeLateMs);
+        if (!is("stall")) {
+            say("S>", when);
+        }
     } else {
         say("?CMD\r\nS>", at);
     }
@@ -231,60 +289,74 @@ void AanderaaModel::port_up(uint64_t at) {
 void AanderaaModel::line_in(const std::string &line, uint64_t at) {
     std::string cmd = trimmed_lower(line);
     if (cmd.empty()) {
-        say("!", at + ms(2));
+        say(is("wake") ? "?" : "!", at + ms(2));
     } else if (cmd == "do sample") {
-        uint64_t when = at + ms(is("late") ? kAanLateMs : sample_ms_);
-        if (is("garbage")) {
-            say(noise(kNoiseBytes), when);
-        } else {
-            say((is("long") ? long_reply() : reply()) + "#", when);
-        }
+        answer((is("long") ? long_reply() : reply()) + "#", at + ms(sample_ms_), kAanLateMs);
     }
 }
 
+namespace {
+double optode_o2(const Water &w, double sat) {
+    return oxygen_solubility(w.salinity, w.temp_c) * sat / 100.0 * density(w.salinity, w.temp_c) /
+           1000.0;
+}
+constexpr double kOptodeSat = 98.0;
+} // namespace
+
+std::string OptodeModel::line(double o2, double sat, double temp) {
+    return fmt("4831\t856\t%.3f\t%.3f\t%.3f\r\n", o2, sat, temp);
+}
+
 std::string OptodeModel::reply() const {
-    const Environment &e = environment();
-    double sat = 98.0;
-    double o2 = oxygen_solubility(e.salinity, e.temp_c) * sat / 100.0 *
-                density(e.salinity, e.temp_c) / 1000.0;
-    return fmt("4831\t856\t%.3f\t%.3f\t%.3f\r\n", o2, sat, e.temp_c);
+    const Water w = water_now();
+    return line(optode_o2(w, kOptodeSat), kOptodeSat, w.temp_c);
 }
 
 std::string OptodeModel::long_reply() const {
-    const Environment &e = environment();
-    double sat = 98.0;
-    double o2 = oxygen_solubility(e.salinity, e.temp_c) * sat / 100.0 *
-                density(e.salinity, e.temp_c) / 1000.0;
+    const Water w = water_now();
     return fmt("MEASUREMENT\t  4831\t   856\tO2Concentration[uM]\t%10.3f\tAirSaturation[%%]\t%10.3f"
                "\tTemperature[Deg.C]\t%10.3f\r\n",
-               o2, sat, e.temp_c);
+               optode_o2(w, kOptodeSat), kOptodeSat, w.temp_c);
+}
+
+std::string Aand5860Model::line(double cond_ms, double temp, double sal, double dens, double sv) {
+    return fmt("5860\t412\t%.3f\t%.3f\t%.3f\t%.3f\t%.3f\r\n", cond_ms, temp, sal, dens, sv);
 }
 
 std::string Aand5860Model::reply() const {
-    const Environment &e = environment();
-    return fmt("0 0 %.0f %.0f %.0f 0 0", seawater_conductivity(e.salinity, e.temp_c), e.temp_c,
-               e.salinity);
+    const Water w = water_now();
+    if (!is("long")) {
+        return fmt("0 0 %.0f %.0f %.0f 0 0", seawater_conductivity(w.salinity, w.temp_c), w.temp_c,
+                   w.salinity);
+    }
+    return line(seawater_conductivity(w.salinity, w.temp_c) * 10.0, w.temp_c, w.salinity,
+                density(w.salinity, w.temp_c), sound_speed(w.salinity, w.temp_c));
 }
 
 std::string Aand5860Model::long_reply() const {
-    const Environment &e = environment();
-    return fmt("5860 412 %.3f %.3f %.3f %.3f %.2f\r\n",
-               seawater_conductivity(e.salinity, e.temp_c) * 10.0, e.temp_c, e.salinity,
-               density(e.salinity, e.temp_c), sound_speed(e.salinity, e.temp_c));
+    return reply();
 }
 
 // ---- picoPH ----------------------------------------------------------------
 
+std::string PicophModel::line(double ph, double temp, double case_temp) {
+    // the indicator's phase shift falls with pH around its pKa
+    long dphi = std::lround(1000.0 * (12.0 + 40.0 / (1.0 + std::pow(10.0, ph - 7.5))));
+    long pt100 = std::lround(100000.0 * (1.0 + 0.003908 * temp)); // mOhm
+    return fmt("MEA 1 47 0 %ld 0 0 0 %ld %ld 41872 12 1013 35000 %ld 0 0 %ld 0 0 0\r", dphi,
+               std::lround(temp * 1000.0), std::lround(case_temp * 1000.0), pt100,
+               std::lround(ph * 1000.0));
+}
+
 std::string PicophModel::reply() const {
-    const Environment &e = environment();
-    std::string r =
-        fmt("MEA 1 47 0 %ld %ld 2315", std::lround(e.ph * 1000.0), std::lround(e.temp_c * 1000.0));
+    const Water w = water_now();
+    std::string r = line(w.ph, w.temp_c, w.temp_c + 0.85);
     if (is("long")) {
-        // every output of the meter switched on
-        r += fmt(" 41872 %ld 101325 4521 %ld 0 0 0 0 0 0 0", std::lround(e.temp_c * 1000.0 + 850),
-                 std::lround(e.salinity * 1000.0));
+        for (size_t p; (p = r.find(" 0 0")) != std::string::npos;) {
+            r.replace(p, 4, " 1 1"); // the reserved fields of a newer firmware
+        }
     }
-    return r + "\r";
+    return r;
 }
 
 void PicophModel::line_in(const std::string &line, uint64_t at) {
@@ -292,39 +364,57 @@ void PicophModel::line_in(const std::string &line, uint64_t at) {
     if (cmd.compare(0, 3, "mea") != 0) {
         return;
     }
-    uint64_t when = at + ms(is("late") ? kPicoLateMs : kPicoReplyMs);
-    say(is("garbage") ? noise(kNoiseBytes) : reply(), when);
+    std::string r = reply();
+    if (is("wake")) {
+        std::transform(r.begin(), r.end(), r.begin(),
+                       [](char c) { return char(std::tolower((unsigned char)c)); });
+    }
+    answer(r, at + ms(kPicoReplyMs), kPicoLateMs);
 }
 
 // ---- OCR-504 ---------------------------------------------------------------
 
+std::string OcrModel::line(const double ch[4]) {
+    return fmt("SATFI40278\t%.4f\t%.4f\t%.4f\t%.4f\r\n", ch[0], ch[1], ch[2], ch[3]);
+}
+
 std::string OcrModel::reply() const {
-    std::string r = "SATFI40278\t61.2345\t73.4561\t80.1123\t55.0987";
+    static const double ch[4] = {61.2345, 73.4561, 80.1123, 55.0987};
     if (is("long")) {
         // the frame with its counter, timer and all channels
-        r = "SATFI40278\t0000123\t12.345\t61.234512\t73.456123\t80.112345\t55.098765\t"
-            "42.110987\t38.776501\t21.003456\t148\t7";
+        return "SATFI40278\t0000123\t12.345\t61.234512\t73.456123\t80.112345\t55.098765\t"
+               "42.110987\t38.776501\t21.003456\t148\t7\r\n";
     }
-    return r + "\r\n";
+    std::string r = line(ch);
+    if (is("wake")) {
+        r[0] = 's';
+    }
+    return r;
 }
 
 void OcrModel::line_in(const std::string &, uint64_t at) {
-    uint64_t when = at + ms(is("late") ? kOcrLateMs : kOcrReplyMs);
-    say(is("garbage") ? noise(kNoiseBytes) : reply(), when);
+    answer(reply(), at + ms(kOcrReplyMs), kOcrLateMs);
 }
 
 // ---- NanoFET ---------------------------------------------------------------
 
 std::string NanofetModel::reply() const {
-    const Environment &e = environment();
-    double slope = 0.05916 * (e.temp_c + 273.15) / 298.15;
-    double vrs = -0.9 - slope * (e.ph - 8.0);
-    if (is("long")) {
-        return fmt("NanoFET SN 0042 sample 17 pH %.4f temperature %.3f Vrs %.6f Vk %.6f Ik "
-                   "%.3f\r\n",
-                   e.ph, e.temp_c, vrs, -0.95, 12.5);
+    const Water w = water_now();
+    double slope = 0.05916 * (w.temp_c + 273.15) / 298.15;
+    double vrs = -0.9 - slope * (w.ph - 8.0);
+    if (!is("long")) {
+        return fmt("%.4f\t%.3f\t%.6f\r\n", w.ph, w.temp_c, vrs);
     }
-    return fmt("%.4f\t%.3f\t%.6f\r\n", e.ph, e.temp_c, vrs);
+    time_t now = time_t(rtc());
+    struct tm tm;
+    gmtime_r(&now, &tm);
+    char when[32];
+    strftime(when, sizeof when, "%m/%d/%Y %H:%M:%S", &tm);
+    return fmt("%8u\t%s\t%8.2f\t%8.2f\t%8d\t%8.6f\t%8.6f\t%8.3f\t%8.6f\t%8.6f\t%8.6f\t%8.6f\t%8.2f"
+               "\t%8.3f\r\n",
+               samples_, when, 3.04, w.temp_c + 0.4, 0, thermistor_volts(w.temp_c), 0.000002,
+               w.temp_c, vrse_for(w.ph, w.temp_c, w.salinity), 0.000002, -0.905, 0.000001, 2.36,
+               0.013);
 }
 
 void NanofetModel::line_in(const std::string &line, uint64_t at) {
@@ -332,8 +422,8 @@ void NanofetModel::line_in(const std::string &line, uint64_t at) {
     if (cmd.empty()) {
         say("\r\nNF>", at + ms(1));
     } else if (cmd == "ts") {
-        uint64_t when = at + ms(is("late") ? kNanoLateMs : kNanoReplyMs);
-        say(is("garbage") ? noise(kNoiseBytes) : reply(), when);
+        answer(reply(), at + ms(kNanoReplyMs), kNanoLateMs);
+        samples_++;
     } else {
         say("\r\n?\r\nNF>", at + ms(1));
     }

@@ -57,6 +57,11 @@ bool choice(const std::string &v, std::string &out, std::string &err, const char
     return false;
 }
 
+// Fault knobs of the serial instruments (sim/devices/inst_models.h).
+const std::initializer_list<const char *> kFaults = {"silent",  "late",  "garbage",    "long",
+                                                     "partial", "wake",  "unparsable", "missing",
+                                                     "early",   "split", "stall"};
+
 const std::vector<Opt> &table() {
     static const std::vector<Opt> t = {
         {"--state", "DIR", "board state folder (default ./fenwa-state)",
@@ -156,15 +161,15 @@ const std::vector<Opt> &table() {
              return choice(v, o.env.inst, err, "--inst",
                            {"none", "optode", "ocr", "nanofet", "picoph"});
          }},
-        {"--ctd-fault", "KIND", "CTD misbehaves: silent, late, garbage or long",
+        {"--ctd-fault", "KIND",
+         "CTD misbehaves: silent, late, garbage, long, partial, wake, unparsable, "
+         "missing, early, split or stall",
          [](Options &o, const std::string &v, std::string &err) {
-             return choice(v, o.env.ctd_fault, err, "--ctd-fault",
-                           {"silent", "late", "garbage", "long"});
+             return choice(v, o.env.ctd_fault, err, "--ctd-fault", kFaults);
          }},
-        {"--inst-fault", "KIND", "instrument misbehaves: silent, late, garbage or long",
+        {"--inst-fault", "KIND", "instrument misbehaves, as --ctd-fault",
          [](Options &o, const std::string &v, std::string &err) {
-             return choice(v, o.env.inst_fault, err, "--inst-fault",
-                           {"silent", "late", "garbage", "long"});
+             return choice(v, o.env.inst_fault, err, "--inst-fault", kFaults);
          }},
         {"--adc-fault", "KIND", "ADC misbehaves: nodrdy (never signals a conversion)",
          [](Options &o, const std::string &v, std::string &err) {
