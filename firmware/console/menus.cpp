@@ -16,6 +16,7 @@
 
 #include "console/cal_coeff.h"
 #include "console/user_io.h"
+#include "core/decimal.h"
 #include "core/system.h"
 #include "host/serial_cmd_fxn.h"
 #include "files/config.h"
@@ -101,14 +102,14 @@ static int ask_u32(const char *label, uint32_t cur, uint32_t *out, uint32_t lo, 
     if (menu_read_line(buf, sizeof buf) <= 0) {
         return 0;
     }
-    char *end = buf;
-    errno = 0;
-    unsigned long v = strtoul(buf, &end, 10);
-    if (end == buf || *end != 0 || errno == ERANGE || buf[0] == '-' || v < lo || v > hi) {
+    const char *end = buf;
+    bool saturated = false;
+    uint32_t v = dec_u32(buf, &end, &saturated);
+    if (end == buf || *end != 0 || saturated || buf[0] == '-' || v < lo || v > hi) {
         kept();
         return 0;
     }
-    *out = (uint32_t)v;
+    *out = v;
     return 1;
 }
 
