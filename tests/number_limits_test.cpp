@@ -3,6 +3,8 @@
 // they saturate, and the simulated board answers exactly as the chip does.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "core/decimal.h"
 #include "scenario.h"
 
@@ -89,5 +91,21 @@ TEST(NumberLimits, DecimalReadsAsA32BitLibrary) {
         EXPECT_EQ(dec_u32(row.text, &end, &sat), row.u);
         EXPECT_EQ(size_t(end - row.text), row.used);
         EXPECT_EQ(sat, row.uSaturated);
+    }
+}
+
+TEST(NumberLimits, SixtyFourBitTextWithoutTheLibrary) {
+    const struct {
+        uint64_t v;
+        uint32_t width;
+        const char *text;
+    } kRows[] = {{0u, 13, "            0"},
+                 {1706745600000ull, 13, "1706745600000"},
+                 {UINT64_MAX, 13, "18446744073709551615"},
+                 {42u, 0, "42"}};
+    for (const auto &row : kRows) {
+        char out[21];
+        EXPECT_EQ(dec_u64_text(row.v, row.width, out), strlen(row.text));
+        EXPECT_STREQ(out, row.text);
     }
 }

@@ -81,3 +81,21 @@ uint32_t dec_u32(const char *s, const char **end, bool *saturated) {
     }
     return neg ? (uint32_t)(0u - (uint32_t)v) : (uint32_t)v;
 }
+
+uint32_t dec_u64_text(uint64_t v, uint32_t width, char *out) {
+    char digits[20];
+    uint32_t n = 0;
+    do {
+        digits[n++] = (char)('0' + (int)(v % 10u));
+        v /= 10u;
+    } while (v != 0u);
+    uint32_t len = 0;
+    while (len + n < width) {
+        out[len++] = ' ';
+    }
+    while (n > 0u) {
+        out[len++] = digits[--n];
+    }
+    out[len] = 0;
+    return len;
+}

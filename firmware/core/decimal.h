@@ -12,3 +12,8 @@ int32_t dec_i32(const char *s, const char **end, bool *saturated);
 // As strtoul(s, &end, 10) with a 32-bit long: a "-" negates modulo 2^32;
 // UINT32_MAX when out of range (*saturated set).
 uint32_t dec_u32(const char *s, const char **end, bool *saturated);
+
+// "%<width>llu" done here: the chip's small C library has no long long
+// conversions. Right-aligned in `width` blanks; returns the length. `out`
+// holds at least max(width, 20) + 1 bytes.
+uint32_t dec_u64_text(uint64_t v, uint32_t width, char *out);

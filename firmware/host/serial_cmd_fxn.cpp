@@ -212,7 +212,9 @@ void cmd_test_timestamp(uint32_t num) {
     switch (sys_data.data_cfg[CFG_TIMESTAMP]) {
     case 2: {
         uint64_t ms = (uint64_t)HibernateRTCGet() * 1000u - kStampOffsetMs;
-        uprintf("%13llu", (unsigned long long)ms);
+        char text[21];
+        dec_u64_text(ms, 13u, text);
+        uprintf("%s", text);
         break;
     }
     case 1: {
