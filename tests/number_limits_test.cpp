@@ -45,6 +45,8 @@ TEST(NumberLimits, OverflowingArgumentsAnswerAsOnTheChip) {
          ""},
         {kConfigure + "4 5\\r\n5 4294967297\\r\n", "[1]: 4294967297\r\n\rInvalid entry, value kept",
          ""},
+        {kConfigure + "4 9\\r\n5 n\\r\n6 4294967301\\r\n",
+         "[20]: 4294967301\r\n\rInvalid entry, value kept", ""},
         {kConfigure + "4 8\\r\n5 1\\r\n6 4294967396\\r\n7 \\r\n",
          "4294967396\r\n\r\r\nEnter time less than 3600 sec\r\n", "Pump on time now"},
     };
