@@ -48,6 +48,7 @@ target_link_options(fenwa PRIVATE
     -nostartfiles
     -specs=nano.specs
     -u _printf_float
+    -Wl,--undefined=_scanf_float
     -Wl,--gc-sections
     -Wl,--fatal-warnings
     -Wl,-Map=${CMAKE_CURRENT_BINARY_DIR}/fenwa.map)

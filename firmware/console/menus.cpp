@@ -16,6 +16,7 @@
 
 #include "console/cal_coeff.h"
 #include "console/user_io.h"
+#include "core/decimal.h"
 #include "core/system.h"
 #include "host/serial_cmd_fxn.h"
 #include "files/config.h"
@@ -101,14 +102,14 @@ static int ask_u32(const char *label, uint32_t cur, uint32_t *out, uint32_t lo, 
     if (menu_read_line(buf, sizeof buf) <= 0) {
         return 0;
     }
-    char *end = buf;
-    errno = 0;
-    unsigned long v = strtoul(buf, &end, 10);
-    if (end == buf || *end != 0 || errno == ERANGE || buf[0] == '-' || v < lo || v > hi) {
+    const char *end = buf;
+    bool saturated = false;
+    uint32_t v = dec_u32(buf, &end, &saturated);
+    if (end == buf || *end != 0 || saturated || buf[0] == '-' || v < lo || v > hi) {
         kept();
         return 0;
     }
-    *out = (uint32_t)v;
+    *out = v;
     return 1;
 }
 
@@ -682,14 +683,21 @@ void help_menu(void) {
         "  5 Files on the microSD card",
         "  6 or C Command line for a host",
         "  7 WendZone (experimental, APPCFG_MENU_LEVEL 1)",
-        "Host commands",
-        "  ts take and print a sample   ss take a sample, sl sends it",
-        "  gh data header   gm metadata   gc/ec calibration   gdata error log",
-        "  period N   filename NAME   time MM/DD/YY HH:MM:SS   version",
-        "  vrsi, vrse, vtherm, tempc, vk, ik, ib, biaspos, biasneg test readings",
-        "  sleep   stop ends a deployment   menu opens this menu",
+        // Each command line below: the forms a host types, ": ", what they do.
+        "Host commands at the > prompt",
+        "  gh, gm, gc, ec: data header, metadata, calibration, calibration export",
+        "  period N, filename NAME, time MM/DD/YY HH:MM:SS, version: settings",
+        "  vrsi, vrse, vtherm, tempc, vk, ik, ib, biaspos, biasneg: test readings",
+        "  sleep: hibernate until a key wakes the board",
+        "  m: open this menu",
+        "Deployed, within 5 s of the key that wakes the board",
+        "  ts: take and print a sample",
+        "  ss: take a sample without printing it; sl within 6 s sends it",
+        "  gh, gm, gc, ec: as at the > prompt",
+        "  gdata: the data file's lines not yet fetched",
+        "  stop: end the deployment",
         "Prompts show the current value in brackets; Enter keeps it.",
-        "Menus return after 60 s without a key.",
+        "The main menu sleeps after 30 s without a key; other menus return after 60 s.",
     };
     prn_nl();
     for (const char *l : lines) {

@@ -20,6 +20,7 @@
 #include "board/board_util.h"
 #include "board/uartstdio.h"
 #include "core/main.h"
+#include "core/decimal.h"
 #include "core/system.h"
 #include "hibernate.h"
 #include "host/serial.h"
@@ -255,12 +256,12 @@ time_t get_RTC_time(void) {
 }
 
 // One two-digit field of the date line, converted completely or not at all.
-static bool date_field(const char *line, uint32_t pos, long *value) {
+static bool date_field(const char *line, uint32_t pos, int32_t *value) {
     char field[3] = {line[pos], line[pos + 1u], 0};
-    char *end = nullptr;
-    errno = 0;
-    long v = strtol(field, &end, 10);
-    if (end != field + 2 || errno == ERANGE) {
+    const char *end = field;
+    bool saturated = false;
+    int32_t v = dec_i32(field, &end, &saturated);
+    if (end != field + 2 || saturated) {
         return false;
     }
     *value = v;
@@ -294,7 +295,7 @@ time_t getDateAndTime(void) {
             line[14] != ':') {
             continue;
         }
-        long mon, day, year, hour, min, sec;
+        int32_t mon, day, year, hour, min, sec;
         if (!date_field(line, 0, &mon) || !date_field(line, 3, &day) ||
             !date_field(line, 6, &year) || !date_field(line, 9, &hour) ||
             !date_field(line, 12, &min) || !date_field(line, 15, &sec)) {

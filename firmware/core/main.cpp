@@ -19,6 +19,7 @@
 #include "console/cal_coeff.h"
 #include "console/menus.h"
 #include "console/user_io.h"
+#include "core/decimal.h"
 #include "core/sleep.h"
 #include "files/config.h"
 #include "files/microsd.h"
@@ -319,11 +320,11 @@ void deploy_start(void) {
                 char entry[6]; // five digits
                 uprintf("Enter delay [%u] min: ", 0u);
                 if (getUserInput(entry, sizeof entry) > 0) {
-                    char *end = entry;
-                    unsigned long minutes = strtoul(entry, &end, 10);
+                    const char *end = entry;
+                    uint32_t minutes = dec_u32(entry, &end, nullptr);
                     if (end != entry) {
-                        sys_samp.start_pump_cntdown = (uint32_t)minutes * 60u;
-                        sys_data.start_pump_time = now + (uint32_t)minutes * 60u;
+                        sys_samp.start_pump_cntdown = minutes * 60u;
+                        sys_data.start_pump_time = now + minutes * 60u;
                         uprintf("Pump start delay is %d minutes, pump starts at ", (int)minutes);
                         print_time_t_Time((time_t)sys_data.start_pump_time);
                         prn_nl();

@@ -32,8 +32,8 @@ constexpr uint32_t kRtcLineCut = 14;  // "rtc," and ten digits
 constexpr uint32_t kTintMin = 4, kTintMax = 4000;
 constexpr uint32_t kTintDigits = 6;
 constexpr uint32_t kBakeMin = 1, kBakeMax = 90;
-constexpr long kLambdaMin = 210, kLambdaMax = 350;
-constexpr long kLambdaMinSpan = 10;
+constexpr int32_t kLambdaMin = 210, kLambdaMax = 350;
+constexpr int32_t kLambdaMinSpan = 10;
 constexpr uint32_t kReplyBuf = 32;
 constexpr uint32_t kRecordLead = 7; // "0x%04X," replaces the record's seven leading blanks
 constexpr uint32_t kDbufMax = 1536; // the record kept for "sl", terminator included
@@ -386,7 +386,7 @@ namespace {
 enum class FieldErr { None, Overflow, Convert, Range };
 
 // One wavelength field of "spectra,<beg>,<end>" (text up to the next comma).
-FieldErr read_lambda(const char *text, long *out) {
+FieldErr read_lambda(const char *text, int32_t *out) {
     const char *p = text;
     while (*p == ' ') {
         p++;
@@ -406,7 +406,7 @@ FieldErr read_lambda(const char *text, long *out) {
             return FieldErr::Overflow;
         }
     }
-    *out = (long)(neg ? -v : v);
+    *out = (int32_t)(neg ? -v : v);
     if (*out < kLambdaMin || *out > kLambdaMax) {
         return FieldErr::Range;
     }
@@ -449,7 +449,7 @@ void apf_set_spectra(void) {
     if (rest != nullptr) {
         *rest = 0;
     }
-    long v = 0;
+    int32_t v = 0;
     FieldErr e = read_lambda(beg, &v);
     if (e != FieldErr::None) {
         nak_lambda(e, 'S', beg);
@@ -513,7 +513,7 @@ void apf_bake_uv_lamp(void) {
 }
 
 void apf_get_se(void) {
-    uprintf("ACK,SE?,%ld\n", (long)apf.sys_error_ctr);
+    uprintf("ACK,SE?,%u\n", (unsigned)apf.sys_error_ctr);
 }
 
 void apf_xfer_se(void) {

@@ -308,10 +308,11 @@ FIL *OpenApfLogFile(int select) {
     memset(s_name, 0, sizeof(s_name));
     if (known && freeBytes < kCardMinFreeBytes) {
         char msg[80];
-        snprintf(msg, sizeof(msg), "FLASH Card is Full with %ld Bytes Remaining", (long)freeBytes);
+        snprintf(msg, sizeof(msg), "FLASH Card is Full with %lu Bytes Remaining",
+                 (unsigned long)(uint32_t)freeBytes); // below kCardMinFreeBytes
         if (mmsDbgFlg == 1) {
-            uprintf("DBG: FLASH Card is Full with %ld Bytes Remaining in apf_util",
-                    (long)freeBytes);
+            uprintf("DBG: FLASH Card is Full with %lu Bytes Remaining in apf_util",
+                    (unsigned long)(uint32_t)freeBytes);
             prn_nl();
         }
         LogErrorMsg(msg, APF_ERR_CARD_FULL, apf.sys_message_enable);
@@ -650,7 +651,8 @@ void header_general(HeaderBlock &h) {
     uint64_t total = 0, freeBytes = 0;
     get_storage_stat(&total, &freeBytes);
     // In kilobytes: a card above 2 GB still fits the field.
-    h.add("H, Compact FLASH    Size , %ld", (long)(total / 1024u));
+    uint64_t kb = total / 1024u;
+    h.add("H, Compact FLASH    Size , %lu", (unsigned long)(kb > 0xFFFFFFFFu ? 0xFFFFFFFFu : kb));
     h.nl();
     double left = total > 0 ? 100.0 * (double)freeBytes / (double)total : 0.0;
     h.add("H, Compact FLASH    Left , %.2f%%", left);
@@ -689,9 +691,8 @@ void header_nitrate_first(HeaderBlock &h) {
     h.nl();
     // Lamp odometer: hours, minutes, seconds of the lamp's elapsed seconds.
     uint32_t elp = apf.isus_lamp_elp;
-    long hours = (long)(elp / 3600u), minutes = (long)((elp % 3600u) / 60u);
-    long seconds = (long)(elp % 60u);
-    h.add("H, Fiberlite    Odometer , %02ld:%02ld:%02ld", hours, minutes, seconds);
+    h.add("H, Fiberlite    Odometer , %02lu:%02lu:%02lu", (unsigned long)(elp / 3600u),
+          (unsigned long)((elp % 3600u) / 60u), (unsigned long)(elp % 60u));
     h.nl();
     h.add("H, Fiberlite      Cycles , %hu", (unsigned short)apf.isus_lamp_evt);
     h.nl();

@@ -17,6 +17,7 @@
 #include "console/user_io.h"
 #include "core/main.h"
 #include "core/system.h"
+#include "core/decimal.h"
 #include "files/config.h"
 #include "files/ymodem.h"
 #include "hibernate.h"
@@ -79,6 +80,44 @@ uint32_t read_u32(const char *p) {
         p++;
     }
     return (uint32_t)v;
+}
+
+// The fields of "%02d/%02d/%02d %d:%d:%d" (month, day, year, hour, minute,
+// second) as the chip's C library scans them: a field beyond 32 bits
+// saturates, the scan stops at the first mismatch and the fields after it
+// keep their value.
+void scan_date_time(const char *d, int32_t f[6]) {
+    static const char kSep[5] = {'/', '/', ' ', ':', ':'};
+    const char *p = d;
+    for (uint32_t i = 0; i < 6u; i++) {
+        if (i > 0u) {
+            char sep = kSep[i - 1u];
+            if (sep == ' ') {
+                while (*p == ' ' || (*p >= '\t' && *p <= '\r')) {
+                    p++;
+                }
+            } else if (*p++ != sep) {
+                return;
+            }
+        }
+        while (*p == ' ' || (*p >= '\t' && *p <= '\r')) {
+            p++;
+        }
+        const char *end = p;
+        if (i < 3u) {
+            char two[3] = {p[0], p[0] != 0 ? p[1] : (char)0, 0}; // field width 2
+            const char *e = two;
+            f[i] = dec_i32(two, &e, nullptr);
+            end = p + (e - two);
+        } else {
+            f[i] = dec_i32(p, &end, nullptr);
+        }
+        if (end == p) {
+            f[i] = -1;
+            return;
+        }
+        p = end;
+    }
 }
 
 // ---- output-column switches ------------------------------------------------
@@ -174,7 +213,9 @@ void cmd_test_timestamp(uint32_t num) {
     switch (sys_data.data_cfg[CFG_TIMESTAMP]) {
     case 2: {
         uint64_t ms = (uint64_t)HibernateRTCGet() * 1000u - kStampOffsetMs;
-        uprintf("%13llu", (unsigned long long)ms);
+        char text[21];
+        dec_u64_text(ms, 13u, text);
+        uprintf("%s", text);
         break;
     }
     case 1: {
@@ -260,8 +301,9 @@ void cmd_set_time(void) {
         print_NAK();
         return;
     }
-    int month = -1, day = -1, year = -1, hour = -1, minute = -1, second = -1;
-    sscanf(d, "%02d/%02d/%02d %d:%d:%d", &month, &day, &year, &hour, &minute, &second);
+    int32_t f[6] = {-1, -1, -1, -1, -1, -1};
+    scan_date_time(d, f);
+    int32_t month = f[0], day = f[1], year = f[2], hour = f[3], minute = f[4], second = f[5];
     if (second < 0 || minute < 0 || hour < 0 || year < 0 || month <= 0 || day <= 0) {
         print_NAK();
         return;

@@ -147,16 +147,16 @@ int ctd_aand5860_stateMachine(int ctdState) {
 }
 
 void ctd_aand5860_parseData(void) {
-    unsigned int product = 0;
-    unsigned int serial = 0;
     float cond = 0.0f;
     float temp = 0.0f;
     float sal = 0.0f;
     float spare1 = 0.0f;
     float spare2 = 0.0f;
-    int n = sscanf((const char *)uart4_prn_buf, "%u %u %f %f %f %f %f", &product, &serial, &cond,
-                   &temp, &sal, &spare1, &spare2);
-    if (n < 7) {
+    // Product and serial number are skipped, not stored: a number beyond
+    // 32 bits then reads alike on every C library.
+    int n = sscanf((const char *)uart4_prn_buf, "%*u %*u %f %f %f %f %f", &cond, &temp, &sal,
+                   &spare1, &spare2);
+    if (n < 5) {
         uprintf("\r\nError:  sscanf for parsing Aanderaa 5860 does not return 7 args.  ctd.type = "
                 "%u.  TempC and salt are 0.0\r\n",
                 (unsigned)ctd.type);

@@ -16,6 +16,7 @@
 #include "board/uartstdio.h"
 #include "board/board_util.h"
 #include "console/user_io.h"
+#include "core/decimal.h"
 #include "core/system.h"
 #include "measure/sample.h"
 
@@ -33,7 +34,7 @@ const uint32_t kCyclesChars = 4u;   // cycles entry
 
 // A decimal number at the start of the entry (blanks and a sign allowed).
 // False for an entry that holds none: the caller keeps its value.
-bool parse_number(const char *in, long *out) {
+bool parse_number(const char *in, int32_t *out) {
     const char *p = in;
     while (*p == ' ' || *p == '\t') {
         p++;
@@ -42,14 +43,13 @@ bool parse_number(const char *in, long *out) {
     if (*d < '0' || *d > '9') {
         return false;
     }
-    char *end = NULL;
-    *out = strtol(p, &end, 10);
+    *out = dec_i32(p, nullptr, nullptr);
     return true;
 }
 
 // One entry line of at most maxChars characters; false when it was empty or
 // no number.
-bool read_number(uint32_t maxChars, long *out) {
+bool read_number(uint32_t maxChars, int32_t *out) {
     char in[24];
     uint32_t size = maxChars + 1u < sizeof in ? maxChars + 1u : (uint32_t)sizeof in;
     if (getUserInput(in, size) <= 0) {
@@ -59,11 +59,11 @@ bool read_number(uint32_t maxChars, long *out) {
 }
 
 // A question repeated until a value in 0..limit or an empty entry.
-void ask_bounded(const char *prompt, uint32_t maxChars, long limit, uint32_t *field,
+void ask_bounded(const char *prompt, uint32_t maxChars, int32_t limit, uint32_t *field,
                  const char *okFmt, const char *refusedFmt) {
     for (;;) {
         uprintf(prompt, (int)*field);
-        long v = 0;
+        int32_t v = 0;
         if (!read_number(maxChars, &v)) {
             return;
         }
@@ -186,7 +186,7 @@ void pump_sequencer_setup(void) {
         uprintf("\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two Pump "
                 "BEAMSv2, 4=Self Cal [%d]: ",
                 (int)sys_data.pump_seq_type);
-        long v = 0;
+        int32_t v = 0;
         if (!read_number(kTypeChars, &v)) {
             break;
         }
@@ -207,12 +207,12 @@ void pump_sequencer_setup(void) {
     if (sys_data.pump_seq_type == PUMP_SEQ_SINGLE) {
         for (;;) {
             uprintf("Enter Pump1 run time [%u] sec: ", (unsigned)sys_data.pump1_ontime);
-            long v = 0;
+            int32_t v = 0;
             if (!read_number(kRunTimeChars, &v)) {
                 break;
             }
             // The hint says "less than", yet 3600 itself is taken.
-            if (v >= 0 && (unsigned long)v <= PUMP_SINGLE_MAX_SEC) {
+            if (v >= 0 && (uint32_t)v <= PUMP_SINGLE_MAX_SEC) {
                 sys_data.pump1_ontime = (uint32_t)v;
                 uprintf("Pump on time now %u sec.", (unsigned)v);
                 prn_nl();

@@ -24,6 +24,7 @@
 #include "board/uart4.h"
 #include "board/uartstdio.h"
 #include "console/user_io.h"
+#include "core/decimal.h"
 #include "core/system.h"
 #include "ff.h"
 #include "files/config.h"
@@ -158,7 +159,7 @@ void make_stamp(uint32_t seconds, char *out) {
     uint8_t form = sys_data.data_cfg[CFG_TIMESTAMP];
     if (form == 2u) {
         uint64_t ms = (uint64_t)seconds * 1000ull - kEpochMsOffset;
-        snprintf(out, kStampSize, "%13llu", (unsigned long long)ms);
+        dec_u64_text(ms, 13u, out); // kStampSize holds it
     } else if (form == 1u) {
         format_time(out, kStampSize, "%m/%d/%Y %H:%M:%S", (int64_t)seconds);
     }
