@@ -450,10 +450,7 @@ class Files : public ::testing::Test {
         take();
     }
 
-    std::string card(const std::string &name) {
-        std::ifstream f(fs::path(sim::card_dir()) / name, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    }
+    static std::string card(const std::string &name) { return bench::card(name); }
 };
 
 } // namespace

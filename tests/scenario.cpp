@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -181,8 +182,14 @@ std::string take() {
 }
 
 std::string card(const std::string &name) {
-    std::ifstream f(fs::path(sim::card_dir()) / name, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    std::error_code ec;
+    for (auto &e : fs::directory_iterator(sim::card_dir(), ec)) {
+        if (strcasecmp(e.path().filename().c_str(), name.c_str()) == 0) {
+            auto v = scenario::readAll(e.path());
+            return std::string(v.begin(), v.end());
+        }
+    }
+    return "";
 }
 
 } // namespace bench

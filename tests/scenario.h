@@ -55,7 +55,7 @@ namespace bench {
 void power_up();
 // Console bytes sent so far, once the transmitter has drained.
 std::string take();
-// A file in the folder behind the card ("" when missing).
+// A file on the card by its name, whatever case the card keeps it in ("" when missing).
 std::string card(const std::string &name);
 
 } // namespace bench
