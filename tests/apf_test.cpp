@@ -284,8 +284,7 @@ TEST_F(Apf, DebugWatchdogAndStatusLines) {
     EXPECT_EQ(reply("dev").rfind("Commands implemented: ", 0), 0u);
     EXPECT_EQ(reply("stat").rfind("Commands implemented: ", 0), 0u);
     std::string sys = reply("sys");
-    EXPECT_NE(sys.find("Spectro : none fitted, ZCoefs = 0\r\n"), std::string::npos) << sys;
-    EXPECT_NE(sys.find("Card    : 2097152 kB"), std::string::npos) << sys;
+    scenario::expect_in(sys, {"Spectro : none fitted, ZCoefs = 0\r\n", "Card    : 2097152 kB"});
 }
 
 // ---- the "ACK" waits ------------------------------------------------------------
@@ -563,8 +562,8 @@ TEST_F(Apf, HeaderBlockLines) {
     apf.isus_bsl_model = 4;
     std::string out = header(1);
     EXPECT_EQ(out.find("Zceof"), std::string::npos);
-    EXPECT_NE(out.find("H, Wavelength Fit  Range , 207.000 <-> 277.000\r\n"), std::string::npos);
-    EXPECT_NE(out.find("exp(ax^2 + bx + c)\r\n"), std::string::npos);
+    scenario::expect_in(
+        out, {"H, Wavelength Fit  Range , 207.000 <-> 277.000\r\n", "exp(ax^2 + bx + c)\r\n"});
     EXPECT_TRUE(ends_with(out,
                           "FIT (to absorbance data)\r\nH, Zeiss Coefficient Vals, "
                           "1.900000e+02,1.000000e+00,0.000000e+00,0.000000e+00,0.000000e+00\r\n"))
@@ -732,8 +731,8 @@ TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     EXPECT_EQ(answer(o, "t"), "NAK,T,-1.0");
     std::string c = answer(o, "c");
     EXPECT_EQ(c.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u) << c;
-    EXPECT_NE(c.find("H, Power Up Time   (GMT) , 12/31/2024 23:50:05\r\n"), std::string::npos);
-    EXPECT_NE(c.find("H, DURA Sample   Counter , 151\r\n"), std::string::npos);
+    scenario::expect_in(c, {"H, Power Up Time   (GMT) , 12/31/2024 23:50:05\r\n",
+                            "H, DURA Sample   Counter , 151\r\n"});
     EXPECT_TRUE(ends_with(c, "\r\nH, Samps per AtoD  Recal , 250")) << c;
     EXPECT_EQ(answer(o, "se,?"), "ACK,SE?,0");
     EXPECT_EQ(answer(o, "tint,400"), "ACK,TINT,400");
@@ -770,10 +769,8 @@ TEST(ApfSession, UnconfirmedCtdIsInvalidatedAndLogged) {
     EXPECT_EQ(answer(r.out, "ctd,?"), "ACK,CTD?,0,-1.0000,-1.0000,-1.00");
     EXPECT_EQ(answer(r.out, "se,?"), "ACK,SE?,1");
     std::string c = answer(r.out, "c"); // mode 1 after a start: the nitrate block
-    EXPECT_NE(c.find("H, System Error  Counter , 1\r\nH, Last System     Error , 65426\r\n"),
-              std::string::npos)
-        << c;
-    EXPECT_NE(c.find("H, Zceof File    Error   , ZCoefs = 0\r\n"), std::string::npos);
+    scenario::expect_in(c, {"H, System Error  Counter , 1\r\nH, Last System     Error , 65426\r\n",
+                            "H, Zceof File    Error   , ZCoefs = 0\r\n"});
     // The log line carries the time the wait gave up (3 s after the line).
     EXPECT_EQ(b.cardFile("ERROR.LOG"),
               "E, " + stamp(kStart + 4) + ", -110, CTD Command ACK Failure\n");

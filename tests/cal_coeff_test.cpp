@@ -194,14 +194,11 @@ TEST_F(CalCoeffTest, CardImportOfDF384) {
                       0),
               0u)
         << o;
-    EXPECT_NE(o.find("\r\n\r\nFilename: DF384.cal\r\nSensor_SN: SN9876543210\r\n"
-                     "ISFET_SN: IS999\r\nISE_SN: IS999\r\nPT_Cal_date: 03/14/2024\r\n"
-                     "k2_C0: -1.234568e-03\r\n"),
-              std::string::npos)
-        << o;
-    EXPECT_NE(o.find("k0_SW: -1.000000e+00\r\nk0std_SW: 4.200000e-04\r\n"
-                     "service_date: 05/16/2024\r\n\r\n\r\n"),
-              std::string::npos);
+    scenario::expect_in(o, {"\r\n\r\nFilename: DF384.cal\r\nSensor_SN: SN9876543210\r\n"
+                            "ISFET_SN: IS999\r\nISE_SN: IS999\r\nPT_Cal_date: 03/14/2024\r\n"
+                            "k2_C0: -1.234568e-03\r\n",
+                            "k0_SW: -1.000000e+00\r\nk0std_SW: 4.200000e-04\r\n"
+                            "service_date: 05/16/2024\r\n\r\n\r\n"});
 
     EXPECT_STREQ(sys_data.cal_filename, "DF384.cal");
     EXPECT_STREQ(sys_data.sensor_SN, "SN98765");

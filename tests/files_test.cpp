@@ -233,8 +233,7 @@ TEST(FilesScenario, NoCardRefusesTheDeploymentAndSwitchedOffCardIsNeverTouched) 
     Board off;
     auto r2 = off.run("1 microsd 0\\r\n1.5 period 20\\r\n" + deploy_script(1.5), 30, kAtNewYear);
     ASSERT_EQ(r2.status, 0) << r2.err;
-    EXPECT_NE(r2.out.find("// MicroSD Logging:  \t0\r\n"), std::string::npos);
-    EXPECT_NE(r2.out.find("Starting deployment..."), std::string::npos);
+    scenario::expect_in(r2.out, {"// MicroSD Logging:  \t0\r\n", "Starting deployment..."});
     EXPECT_EQ(r2.out.find("f_open error"), std::string::npos);
     EXPECT_EQ(scenario::u32(off.fram(), 64 + 0), 1u); // DEPLOYED
     std::error_code ec;
@@ -388,45 +387,34 @@ TEST(FilesScenario, CardCommandLine) {
     EXPECT_NE(o.find(std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')), std::string::npos);
     std::string deepest = deep + "/abcdef";
     ASSERT_EQ(deepest.size(), 79u);
-    EXPECT_NE(o.find("\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n"), std::string::npos);
-    EXPECT_NE(o.find("\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> "),
-              std::string::npos);
-    EXPECT_NE(o.find("cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("frobnicate\r\n\rBad command!\r\n"), std::string::npos);
-    EXPECT_NE(o.find("a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("a b c d e f g h\r\n\rBad command!\r\n"), std::string::npos);
-    EXPECT_NE(o.find("\r\nAvailable commands\r\n------------------\r\n"
-                     "help  : Display list of commands\r\nh  : Alias for help\r\n"
-                     "?  : Alias for help\r\nls  : Display list of files\r\n"
-                     "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
-                     "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
-                     "cat  : Display contents of a text file\r\n"
-                     "rm  : Remove a file or directory\r\n"
-                     "mv  : Rename or move a file or directory\r\n"
-                     "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
-                     "exit  : Exit the file viewer\r\n"),
-              std::string::npos);
+    scenario::expect_in(
+        o, {"\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n",
+            "\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n",
+            "\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n",
+            "\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> ",
+            "cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n",
+            "mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n",
+            "mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n",
+            "rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n",
+            "rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n",
+            "frobnicate\r\n\rBad command!\r\n",
+            "a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n",
+            "a b c d e f g h\r\n\rBad command!\r\n",
+            "\r\nAvailable commands\r\n------------------\r\n"
+            "help  : Display list of commands\r\nh  : Alias for help\r\n"
+            "?  : Alias for help\r\nls  : Display list of files\r\n"
+            "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
+            "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
+            "cat  : Display contents of a text file\r\n"
+            "rm  : Remove a file or directory\r\n"
+            "mv  : Rename or move a file or directory\r\n"
+            "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
+            "exit  : Exit the file viewer\r\n"});
     // The last ls: the renamed file and the new folder.
-    EXPECT_NE(o.find("----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- "), std::string::npos);
-    EXPECT_NE(o.find("         0  DIRNAME0\r\n"
-                     "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-                     "\r\n   2 File(s)\r\n   1 Dir(s)"),
-              std::string::npos)
-        << o;
+    scenario::expect_in(o, {"----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ",
+                            "         0  DIRNAME0\r\n"
+                            "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
+                            "\r\n   2 File(s)\r\n   1 Dir(s)"});
     // exit: back to the main menu.
     EXPECT_NE(o.find("exit\r\n\r\r\n\r\n\r\nMain Menu"), std::string::npos);
     EXPECT_TRUE(fs::is_directory(card / "DIRNAME0" / "DIRNAME1"));
@@ -583,12 +571,11 @@ TEST_F(Files, MetadataPumpBlocksAndThermistorLabels) {
                               "// Low battery voltage:\t9.2\r\n";
     EXPECT_NE(file.find(pumps), std::string::npos) << file;
     EXPECT_NE(out.find(pumps), std::string::npos);
-    EXPECT_NE(file.find("// Samples hour align:\tYes\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// Output mode:        \tVerbose\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// Time zone:       \tGMT\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// S-H A         \t0.002109\r\n// S-H B         \t0.000080\r\n"
-                        "// S-H C         \t0.000001\r\n"),
-              std::string::npos);
+    scenario::expect_in(file,
+                        {"// Samples hour align:\tYes\r\n", "// Output mode:        \tVerbose\r\n",
+                         "// Time zone:       \tGMT\r\n",
+                         "// S-H A         \t0.002109\r\n// S-H B         \t0.000080\r\n"
+                         "// S-H C         \t0.000001\r\n"});
     EXPECT_NE(out.find("// s-h A         \t0.002109\r\n"), std::string::npos);
     EXPECT_EQ(file.find("Duty"), std::string::npos);
     EXPECT_EQ(sys_samp.next_gdata_fptr, file.size());
@@ -781,22 +768,17 @@ TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     EXPECT_EQ(sys_data.data_cfg[CFG_CALC_PH_VRSE], 0);
     EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
     EXPECT_EQ(sys_data.fast_mode, 1u);
-    EXPECT_NE(out.find("\r\n\r\n\r\nChange Data Field - lower case turns data field off (=0), "
-                       "upper case turns field on (=1)\r\n\r\n\r\nA -- Sample Num               "
-                       "= 0\r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("U -- Substrate Current        = 0\r\n\r\n0 -- Zero (Clear) all config "
-                       "fields\r\n1 -- Set all config fields\r\n\r\n9 -- Exit to Main Menu\r\n"
-                       "Enter Selection [9]: "),
-              std::string::npos);
-    EXPECT_NE(out.find("Select Timestamp type[1]:  1 -- MM/DD/YYYY HH:MM:SS, 2 -- Epoch millisec "),
-              std::string::npos);
-    EXPECT_NE(out.find("Enter 1 or 2:  1 for MM/DD/YYYY HH:MM:SS, 2 for Epoch milli-seconds "
-                       "13digit, Ctrl-X <enter> to exit  "),
-              std::string::npos);
-    EXPECT_NE(
-        out.find("\r\n\r\nSystem data stored. (910) -- Press enter to bring up main menu\r\n"),
-        std::string::npos);
+    scenario::expect_in(
+        out, {"\r\n\r\n\r\nChange Data Field - lower case turns data field off (=0), "
+              "upper case turns field on (=1)\r\n\r\n\r\nA -- Sample Num               "
+              "= 0\r\n",
+              "U -- Substrate Current        = 0\r\n\r\n0 -- Zero (Clear) all config "
+              "fields\r\n1 -- Set all config fields\r\n\r\n9 -- Exit to Main Menu\r\n"
+              "Enter Selection [9]: ",
+              "Select Timestamp type[1]:  1 -- MM/DD/YYYY HH:MM:SS, 2 -- Epoch millisec ",
+              "Enter 1 or 2:  1 for MM/DD/YYYY HH:MM:SS, 2 for Epoch milli-seconds "
+              "13digit, Ctrl-X <enter> to exit  ",
+              "\r\n\r\nSystem data stored. (910) -- Press enter to bring up main menu\r\n"});
     // Stored whole.
     uint32_t words[sizeof(systemData) / 4];
     EEPROMRead(words, SYS_DATA_EEPROM_ADDR, sizeof(systemData));

@@ -1,5 +1,7 @@
 #include "scenario.h"
 
+#include <gtest/gtest.h>
+
 #include "sim.h"
 
 #include "board/uartstdio.h"
@@ -158,6 +160,12 @@ size_t count(const std::string &hay, const std::string &needle) {
         ++n;
     }
     return n;
+}
+
+void expect_in(const std::string &hay, std::initializer_list<std::string> needles) {
+    for (const std::string &n : needles) {
+        EXPECT_NE(hay.find(n), std::string::npos) << "missing: " << n << "\nin: " << hay;
+    }
 }
 
 } // namespace scenario

@@ -3,6 +3,7 @@
 // and the board's stored images.
 #pragma once
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,9 @@ std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width);
 
 // Number of non-overlapping occurrences of `needle` in `hay`.
 size_t count(const std::string &hay, const std::string &needle);
+
+// Each of `needles` occurs in `hay` (a test failure names each one missing).
+void expect_in(const std::string &hay, std::initializer_list<std::string> needles);
 
 } // namespace scenario
 
