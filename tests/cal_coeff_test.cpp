@@ -44,10 +44,7 @@ class CalCoeffTest : public ::testing::Test {
   protected:
     void SetUp() override {
         bench::power_up();
-        card_ = fs::temp_directory_path() / ("fenwa-cal-" + std::to_string(getpid()));
-        fs::remove_all(card_);
-        fs::create_directories(card_);
-        sim::set_card_dir(card_.string());
+        card_ = sim::card_dir(); // emptied by the board's reset
         UARTEchoSet(true);
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
         memset(&sys_data, 0, sizeof sys_data);
@@ -57,10 +54,7 @@ class CalCoeffTest : public ::testing::Test {
         sample();
         sim::console_take();
     }
-    void TearDown() override {
-        sim::reset_board();
-        fs::remove_all(card_);
-    }
+    void TearDown() override { sim::reset_board(); }
     // A sensor's calibration, with values that need every digit of "%e".
     static void sample() {
         strcpy(sys_data.cal_filename, "sn042.cal");

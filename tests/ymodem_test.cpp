@@ -166,10 +166,7 @@ class YmodemTest : public ::testing::Test {
   protected:
     void SetUp() override {
         bench::power_up();
-        card_ = fs::temp_directory_path() / ("fenwa-ym-" + std::to_string(getpid()));
-        fs::remove_all(card_);
-        fs::create_directories(card_);
-        sim::set_card_dir(card_.string());
+        card_ = sim::card_dir(); // emptied by the board's reset
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
         memset(&sys_data, 0, sizeof sys_data);
         strcpy(sys_data.fileName, "noname.txt");
@@ -177,10 +174,7 @@ class YmodemTest : public ::testing::Test {
         dbg_flag = 0;
         sim::console_take();
     }
-    void TearDown() override {
-        sim::reset_board();
-        fs::remove_all(card_);
-    }
+    void TearDown() override { sim::reset_board(); }
     std::shared_ptr<Peer> attachPeer() {
         auto p = std::make_shared<Peer>();
         sim::attach_serial(UART0_BASE, p);
