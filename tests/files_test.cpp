@@ -446,60 +446,47 @@ class Files : public ::testing::Test {
 TEST_F(Files, TitleLineFollowsTheSwitches) {
     struct Case {
         const char *name;
-        void (*setup)();
+        std::vector<std::pair<int, uint8_t>> on; // from all off: these switches
+        uint32_t pumps;                          // pump sequence type (0: as it was)
         const char *line;
     };
-    static const Case cases[] = {
-        {"sample number only",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_SAMPLE_NUM] = 1;
-         },
-         " SampNum\r\n"},
-        {"nothing at all", [] { config_data_fields_none(0); }, "\r\n"},
+    const Case cases[] = {
+        {"sample number only", {{CFG_SAMPLE_NUM, 1}}, 0, " SampNum\r\n"},
+        {"nothing at all", {}, 0, "\r\n"},
         {"epoch stamps and a pump",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_TIMESTAMP] = 2;
-             sys_data.data_cfg[CFG_VIN_BAT_VOLT] = 1;
-             sys_data.data_cfg[CFG_I_SUBSTRATE] = 1;
-             sys_data.pump_seq_type = 2;
-         },
+         {{CFG_TIMESTAMP, 2}, {CFG_VIN_BAT_VOLT, 1}, {CFG_I_SUBSTRATE, 1}},
+         2,
          "Epoch millisec\tVbatMain\t      Ib\t   Pump\r\n"},
         {"unknown stamp type",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_TIMESTAMP] = 3;
-             sys_data.data_cfg[CFG_UART4_INST] = 6;
-         },
+         {{CFG_TIMESTAMP, 3}, {CFG_UART4_INST, 6}},
+         0,
          "TC_MCat\tCond\tPres\tpSal\tDate_MC\tTime_MC\r\n"},
         {"picoPH",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 4;
-         },
+         {{CFG_UART3_INST, 4}},
+         0,
          "MEA  \tChan \tSensors \tErrors \tdphi \t0 \t0 \t0 \tTC_samp \tTC_case \tsigInt \t"
          "ambLight \tPres \tHum \tTO_res \t0 \t0 \tpH \t0 \t0 \t0 \t\r\n"},
         {"NanoFET and Aanderaa",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 3;
-             sys_data.data_cfg[CFG_UART4_INST] = 7;
-         },
+         {{CFG_UART3_INST, 3}, {CFG_UART4_INST, 7}},
+         0,
          " SampNum\tMM/DD/YYYY HH:MM:SS\tVbiasPos\t TC_cont\tHumidity\t  Vtherm\tVthrmStd\t"
          " TC_Dfet\t    Vrse\tVrse_std\t      Vk\t  Vk_std\t      Ik \t      Ib\t"
          "Cond_PN\tCond_SN\tCond\tTemp\tSal\tDensity \tSSpeed\r\n"},
         {"optode and OCR are one group each",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 1;
-         },
+         {{CFG_UART3_INST, 1}},
+         0,
          "Opt_PN\tOpt_SN\tMoxy\tO2satper\tTC_opt\tDphase\tBphase\tRphase\tBamp\tBpot\tRamp\t"
          "Opt_rawtemp\r\n"},
     };
     for (const Case &c : cases) {
         init_sys_data_default();
-        c.setup();
+        config_data_fields_none(0);
+        for (const auto &sw : c.on) {
+            sys_data.data_cfg[sw.first] = sw.second;
+        }
+        if (c.pumps != 0) {
+            sys_data.pump_seq_type = c.pumps;
+        }
         take();
         EXPECT_EQ(print_write_data_header(1, 0), FALSE) << c.name;
         EXPECT_EQ(take(), std::string("\r\n\r\n") + c.line) << c.name;
