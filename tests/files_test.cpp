@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "sim.h"
+#include "typist.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -699,54 +700,28 @@ TEST_F(Files, PresetsSetTheirSwitchesAndSayWhatChanged) {
     EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
 }
 
-// An operator who answers each prompt of the menu once it has been shown
-// (the menu throws away anything typed ahead).
-namespace {
-std::string g_menuOut;
-std::vector<std::string> g_keys;
-size_t g_nextKey = 0;
-size_t g_fedAt = std::string::npos;
-
-bool ends_with(const std::string &s, const char *tail) {
-    size_t n = std::strlen(tail);
-    return s.size() >= n && s.compare(s.size() - n, n, tail) == 0;
-}
-
-void tick_and_answer() {
-    SysTickIntHandler();
-    g_menuOut += sim::console_take();
-    static const char *const prompts[] = {"Enter Selection [9]: ", "2 -- Epoch millisec ",
-                                          "Ctrl-X <enter> to exit  "};
-    if (g_nextKey >= g_keys.size() || g_fedAt == g_menuOut.size()) {
-        return;
-    }
-    for (const char *p : prompts) {
-        if (ends_with(g_menuOut, p)) {
-            sim::console_feed(g_keys[g_nextKey++]);
-            g_fedAt = g_menuOut.size();
-            return;
-        }
-    }
-}
-} // namespace
-
 TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     config_data_fields_none(0);
     sys_data.fast_mode = 0;
     UARTEchoSet(1);
     // A on, B with the type prompt (x refused, then 2), M (what the external
     // pH needs), z (nothing), h (thermistor and both pH off), W, Enter leaves.
-    g_menuOut.clear();
-    g_keys = {"A\r", "B\r", "x\r", "2\r", "M\r", "z\r", "h\r", "W\r", "\r"};
-    g_nextKey = 0;
-    g_fedAt = std::string::npos;
-    sim::set_irq_handler(FAULT_SYSTICK, tick_and_answer);
+    const std::string sel = "Enter Selection [9]: ";
+    auto op = std::make_shared<sim::Typist>(
+        std::vector<sim::Typist::Step>{{sel, "A\r"},
+                                       {sel, "B\r"},
+                                       {"2 -- Epoch millisec ", "x\r"},
+                                       {"Ctrl-X <enter> to exit  ", "2\r"},
+                                       {sel, "M\r"},
+                                       {sel, "z\r"},
+                                       {sel, "h\r"},
+                                       {sel, "W\r"},
+                                       {sel, "\r"}});
+    sim::attach_serial(UART0_BASE, op);
     config_data_fields();
     wait_consoleTx();
-    sim::advance_ms(5);
-    sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-    std::string out = g_menuOut + take();
-    EXPECT_EQ(g_nextKey, g_keys.size());
+    const std::string &out = op->seen;
+    EXPECT_TRUE(op->all_answered());
     EXPECT_EQ(sys_data.data_cfg[CFG_SAMPLE_NUM], 1);
     EXPECT_EQ(sys_data.data_cfg[CFG_TIMESTAMP], 2);
     EXPECT_EQ(sys_data.data_cfg[CFG_CALC_TEMP], 1);
