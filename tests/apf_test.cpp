@@ -33,19 +33,6 @@ namespace {
 
 using bench::take;
 
-// Bytes the host types some time from now (fed from the millisecond tick).
-std::string g_later;
-double g_laterAt = 0;
-
-void tick_and_type(void) {
-    SysTickIntHandler();
-    if (!g_later.empty() && sim::now_seconds() >= g_laterAt) {
-        std::string bytes;
-        bytes.swap(g_later);
-        sim::console_feed(bytes);
-    }
-}
-
 bool ends_with(const std::string &s, const std::string &tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
@@ -107,19 +94,7 @@ class Apf : public ::testing::Test {
         apf.sys_last_error = 0;
         apf.sys_error_time = 0;
         f_unlink("ERROR.LOG");
-        g_later.clear();
-        sim::set_irq_handler(FAULT_SYSTICK, tick_and_type);
         take();
-    }
-
-    void TearDown() override {
-        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-        g_later.clear();
-    }
-
-    void type_later(uint32_t ms, const std::string &bytes) {
-        g_laterAt = sim::now_seconds() + ms / 1000.0;
-        g_later = bytes;
     }
 
     // A whole line through the receiver, as a host types it; runs until
@@ -369,15 +344,14 @@ TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
     }
     EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,207.0,277.0\r\n");
     // Confirmed: the data range moves to the cells of the new wavelengths.
-    type_later(50, "ack\r");
-    EXPECT_EQ(type("spectra,210,221\r", 200), "spectra,210,221\r\nACK,SPECTRA,210,221\r\n\r\n>");
+    EXPECT_EQ(type("spectra,210,221\rack\r", 200),
+              "spectra,210,221\r\nACK,SPECTRA,210,221\r\n\r\n>");
     EXPECT_EQ(apf.isus_datpixel_beg, 20u);
     EXPECT_EQ(apf.isus_datpixel_end, 31u);
     EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,210.0,221.0\r\n");
     EXPECT_EQ(apf.sys_error_ctr, 0);
     // Not confirmed ("NAK", or nothing within 3 s): logged, range unchanged.
-    type_later(50, "NAK\r");
-    type("spectra,250,300\r", 200);
+    type("spectra,250,300\rNAK\r", 200);
     type("spectra,250,300\r", 3200);
     EXPECT_EQ(apf.isus_datpixel_beg, 20u);
     EXPECT_EQ(apf.sys_error_ctr, 2);
