@@ -8,8 +8,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -34,18 +32,6 @@
 namespace {
 
 constexpr float kVpc = ADS1248_VOLTS_PER_COUNT;
-
-std::string card_text(const std::string &name) {
-    std::error_code ec;
-    for (auto &e : std::filesystem::directory_iterator(sim::card_dir(), ec)) {
-        if (strcasecmp(e.path().filename().string().c_str(), name.c_str()) == 0) {
-            std::ifstream in(e.path(), std::ios::binary);
-            return std::string((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-        }
-    }
-    return "";
-}
 
 size_t count_of(const std::string &hay, const std::string &needle) {
     size_t n = 0;
@@ -382,7 +368,7 @@ TEST_F(AdcTest, DrdyTimeOut) {
     EXPECT_GE(ta, 2000.0f);
     EXPECT_LE(ta, 3100.0f);
 
-    std::string log = card_text("Error.txt");
+    std::string log = bench::card("Error.txt");
     EXPECT_EQ(count_of(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
 }
 

@@ -133,12 +133,11 @@ TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
     std::string out = console();
     EXPECT_EQ(out.rfind("\r\n\r\n\r\n\r\n\r\n************* ERROR: EEPROM data check failed", 0),
               0u);
-    EXPECT_NE(out.find("*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
-                       "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("\r\n\r\n*****************************************************************"
-                       "***********************\r\n"),
-              std::string::npos);
+    scenario::expect_in(out,
+                        {"*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
+                         "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n*  Run EEPROM data procedure:  \r\n",
+                         "\r\n\r\n*****************************************************************"
+                         "***********************\r\n"});
     EXPECT_EQ(out.substr(out.size() - 4), "**\r\n");
 
     // An unterminated stored text is shown within its field only.
@@ -266,17 +265,14 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     } catch (const sim::CycleEnd &) {
     }
     std::string out = console();
-    EXPECT_NE(out.find("SBE pump will run and must be immersed at start time!\r\n Delayed start "
-                       "feature is disabled... Next Seawick release should have it, feedback on "
-                       "delay parm entry is requested. \r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("Pump test mode active\r\n"), std::string::npos);
-    EXPECT_NE(out.find("Enter delay [0] min: "), std::string::npos);
-    EXPECT_NE(out.find("Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("Starting deployment...       Hit a key, then type 'stop' to end "
-                       "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"),
-              std::string::npos);
+    scenario::expect_in(out,
+                        {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
+                         "feature is disabled... Next Seawick release should have it, feedback on "
+                         "delay parm entry is requested. \r\n",
+                         "Pump test mode active\r\n", "Enter delay [0] min: ",
+                         "Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n",
+                         "Starting deployment...       Hit a key, then type 'stop' to end "
+                         "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"});
     EXPECT_EQ(sys_data.test_mode, 1u);
     EXPECT_EQ(sys_samp.start_pump_cntdown, 900u);
     EXPECT_EQ(sys_data.start_pump_time, kTenOClock + 900);
@@ -296,11 +292,11 @@ TEST_F(Core, FailedHibernationResets) {
     }
     EXPECT_EQ(sim::state().hib_requests, 1u);
     std::string out = console();
-    EXPECT_NE(out.find("*\r\nconsole enable is not ported on ZEP3"), std::string::npos);
-    EXPECT_NE(out.find("\r\n\r\n\r\nHibernation error!  Possible cause: remove JP1 on VEXA board "
-                       "\r\n\r\n\r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("\r\n\r\n\r\nCalling SysCtrlReset...\r\n\r\n\r\n"), std::string::npos);
+    scenario::expect_in(out,
+                        {"*\r\nconsole enable is not ported on ZEP3",
+                         "\r\n\r\n\r\nHibernation error!  Possible cause: remove JP1 on VEXA board "
+                         "\r\n\r\n\r\n",
+                         "\r\n\r\n\r\nCalling SysCtrlReset...\r\n\r\n\r\n"});
 }
 
 TEST_F(Core, WakeClassification) {
@@ -348,8 +344,7 @@ TEST(CoreScenario, DeployedCommandLoop) {
                    "30 x\n32 stopnow\\r\n",
                    200);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("pumpon\r\n\rNAK\r\n"), std::string::npos);
-    EXPECT_NE(r.out.find("TS\r\n\rNAK\r\n"), std::string::npos); // no case folding here
+    scenario::expect_in(r.out, {"pumpon\r\n\rNAK\r\n", "TS\r\n\rNAK\r\n"}); // no case folding here
     EXPECT_NE(r.out.find("\r\nexpected sl, received xx"), std::string::npos);
     EXPECT_EQ(r.out.find("Enter command"), std::string::npos); // normal output: no prompt
     EXPECT_EQ(r.out.back(), '*');

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "sim.h"
+#include "typist.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -233,8 +234,7 @@ TEST(FilesScenario, NoCardRefusesTheDeploymentAndSwitchedOffCardIsNeverTouched) 
     Board off;
     auto r2 = off.run("1 microsd 0\\r\n1.5 period 20\\r\n" + deploy_script(1.5), 30, kAtNewYear);
     ASSERT_EQ(r2.status, 0) << r2.err;
-    EXPECT_NE(r2.out.find("// MicroSD Logging:  \t0\r\n"), std::string::npos);
-    EXPECT_NE(r2.out.find("Starting deployment..."), std::string::npos);
+    scenario::expect_in(r2.out, {"// MicroSD Logging:  \t0\r\n", "Starting deployment..."});
     EXPECT_EQ(r2.out.find("f_open error"), std::string::npos);
     EXPECT_EQ(scenario::u32(off.fram(), 64 + 0), 1u); // DEPLOYED
     std::error_code ec;
@@ -388,45 +388,34 @@ TEST(FilesScenario, CardCommandLine) {
     EXPECT_NE(o.find(std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')), std::string::npos);
     std::string deepest = deep + "/abcdef";
     ASSERT_EQ(deepest.size(), 79u);
-    EXPECT_NE(o.find("\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n"), std::string::npos);
-    EXPECT_NE(o.find("\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> "),
-              std::string::npos);
-    EXPECT_NE(o.find("cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("frobnicate\r\n\rBad command!\r\n"), std::string::npos);
-    EXPECT_NE(o.find("a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n"),
-              std::string::npos);
-    EXPECT_NE(o.find("a b c d e f g h\r\n\rBad command!\r\n"), std::string::npos);
-    EXPECT_NE(o.find("\r\nAvailable commands\r\n------------------\r\n"
-                     "help  : Display list of commands\r\nh  : Alias for help\r\n"
-                     "?  : Alias for help\r\nls  : Display list of files\r\n"
-                     "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
-                     "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
-                     "cat  : Display contents of a text file\r\n"
-                     "rm  : Remove a file or directory\r\n"
-                     "mv  : Rename or move a file or directory\r\n"
-                     "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
-                     "exit  : Exit the file viewer\r\n"),
-              std::string::npos);
+    scenario::expect_in(
+        o, {"\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n",
+            "\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n",
+            "\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n",
+            "\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> ",
+            "cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n",
+            "mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n",
+            "mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n",
+            "rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n",
+            "rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n",
+            "frobnicate\r\n\rBad command!\r\n",
+            "a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n",
+            "a b c d e f g h\r\n\rBad command!\r\n",
+            "\r\nAvailable commands\r\n------------------\r\n"
+            "help  : Display list of commands\r\nh  : Alias for help\r\n"
+            "?  : Alias for help\r\nls  : Display list of files\r\n"
+            "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
+            "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
+            "cat  : Display contents of a text file\r\n"
+            "rm  : Remove a file or directory\r\n"
+            "mv  : Rename or move a file or directory\r\n"
+            "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
+            "exit  : Exit the file viewer\r\n"});
     // The last ls: the renamed file and the new folder.
-    EXPECT_NE(o.find("----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- "), std::string::npos);
-    EXPECT_NE(o.find("         0  DIRNAME0\r\n"
-                     "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-                     "\r\n   2 File(s)\r\n   1 Dir(s)"),
-              std::string::npos)
-        << o;
+    scenario::expect_in(o, {"----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ",
+                            "         0  DIRNAME0\r\n"
+                            "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
+                            "\r\n   2 File(s)\r\n   1 Dir(s)"});
     // exit: back to the main menu.
     EXPECT_NE(o.find("exit\r\n\r\r\n\r\n\r\nMain Menu"), std::string::npos);
     EXPECT_TRUE(fs::is_directory(card / "DIRNAME0" / "DIRNAME1"));
@@ -450,10 +439,7 @@ class Files : public ::testing::Test {
         take();
     }
 
-    std::string card(const std::string &name) {
-        std::ifstream f(fs::path(sim::card_dir()) / name, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    }
+    static std::string card(const std::string &name) { return bench::card(name); }
 };
 
 } // namespace
@@ -461,60 +447,47 @@ class Files : public ::testing::Test {
 TEST_F(Files, TitleLineFollowsTheSwitches) {
     struct Case {
         const char *name;
-        void (*setup)();
+        std::vector<std::pair<int, uint8_t>> on; // from all off: these switches
+        uint32_t pumps;                          // pump sequence type (0: as it was)
         const char *line;
     };
-    static const Case cases[] = {
-        {"sample number only",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_SAMPLE_NUM] = 1;
-         },
-         " SampNum\r\n"},
-        {"nothing at all", [] { config_data_fields_none(0); }, "\r\n"},
+    const Case cases[] = {
+        {"sample number only", {{CFG_SAMPLE_NUM, 1}}, 0, " SampNum\r\n"},
+        {"nothing at all", {}, 0, "\r\n"},
         {"epoch stamps and a pump",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_TIMESTAMP] = 2;
-             sys_data.data_cfg[CFG_VIN_BAT_VOLT] = 1;
-             sys_data.data_cfg[CFG_I_SUBSTRATE] = 1;
-             sys_data.pump_seq_type = 2;
-         },
+         {{CFG_TIMESTAMP, 2}, {CFG_VIN_BAT_VOLT, 1}, {CFG_I_SUBSTRATE, 1}},
+         2,
          "Epoch millisec\tVbatMain\t      Ib\t   Pump\r\n"},
         {"unknown stamp type",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_TIMESTAMP] = 3;
-             sys_data.data_cfg[CFG_UART4_INST] = 6;
-         },
+         {{CFG_TIMESTAMP, 3}, {CFG_UART4_INST, 6}},
+         0,
          "TC_MCat\tCond\tPres\tpSal\tDate_MC\tTime_MC\r\n"},
         {"picoPH",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 4;
-         },
+         {{CFG_UART3_INST, 4}},
+         0,
          "MEA  \tChan \tSensors \tErrors \tdphi \t0 \t0 \t0 \tTC_samp \tTC_case \tsigInt \t"
          "ambLight \tPres \tHum \tTO_res \t0 \t0 \tpH \t0 \t0 \t0 \t\r\n"},
         {"NanoFET and Aanderaa",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 3;
-             sys_data.data_cfg[CFG_UART4_INST] = 7;
-         },
+         {{CFG_UART3_INST, 3}, {CFG_UART4_INST, 7}},
+         0,
          " SampNum\tMM/DD/YYYY HH:MM:SS\tVbiasPos\t TC_cont\tHumidity\t  Vtherm\tVthrmStd\t"
          " TC_Dfet\t    Vrse\tVrse_std\t      Vk\t  Vk_std\t      Ik \t      Ib\t"
          "Cond_PN\tCond_SN\tCond\tTemp\tSal\tDensity \tSSpeed\r\n"},
         {"optode and OCR are one group each",
-         [] {
-             config_data_fields_none(0);
-             sys_data.data_cfg[CFG_UART3_INST] = 1;
-         },
+         {{CFG_UART3_INST, 1}},
+         0,
          "Opt_PN\tOpt_SN\tMoxy\tO2satper\tTC_opt\tDphase\tBphase\tRphase\tBamp\tBpot\tRamp\t"
          "Opt_rawtemp\r\n"},
     };
     for (const Case &c : cases) {
         init_sys_data_default();
-        c.setup();
+        config_data_fields_none(0);
+        for (const auto &sw : c.on) {
+            sys_data.data_cfg[sw.first] = sw.second;
+        }
+        if (c.pumps != 0) {
+            sys_data.pump_seq_type = c.pumps;
+        }
         take();
         EXPECT_EQ(print_write_data_header(1, 0), FALSE) << c.name;
         EXPECT_EQ(take(), std::string("\r\n\r\n") + c.line) << c.name;
@@ -586,12 +559,11 @@ TEST_F(Files, MetadataPumpBlocksAndThermistorLabels) {
                               "// Low battery voltage:\t9.2\r\n";
     EXPECT_NE(file.find(pumps), std::string::npos) << file;
     EXPECT_NE(out.find(pumps), std::string::npos);
-    EXPECT_NE(file.find("// Samples hour align:\tYes\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// Output mode:        \tVerbose\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// Time zone:       \tGMT\r\n"), std::string::npos);
-    EXPECT_NE(file.find("// S-H A         \t0.002109\r\n// S-H B         \t0.000080\r\n"
-                        "// S-H C         \t0.000001\r\n"),
-              std::string::npos);
+    scenario::expect_in(file,
+                        {"// Samples hour align:\tYes\r\n", "// Output mode:        \tVerbose\r\n",
+                         "// Time zone:       \tGMT\r\n",
+                         "// S-H A         \t0.002109\r\n// S-H B         \t0.000080\r\n"
+                         "// S-H C         \t0.000001\r\n"});
     EXPECT_NE(out.find("// s-h A         \t0.002109\r\n"), std::string::npos);
     EXPECT_EQ(file.find("Duty"), std::string::npos);
     EXPECT_EQ(sys_samp.next_gdata_fptr, file.size());
@@ -728,54 +700,28 @@ TEST_F(Files, PresetsSetTheirSwitchesAndSayWhatChanged) {
     EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
 }
 
-// An operator who answers each prompt of the menu once it has been shown
-// (the menu throws away anything typed ahead).
-namespace {
-std::string g_menuOut;
-std::vector<std::string> g_keys;
-size_t g_nextKey = 0;
-size_t g_fedAt = std::string::npos;
-
-bool ends_with(const std::string &s, const char *tail) {
-    size_t n = std::strlen(tail);
-    return s.size() >= n && s.compare(s.size() - n, n, tail) == 0;
-}
-
-void tick_and_answer() {
-    SysTickIntHandler();
-    g_menuOut += sim::console_take();
-    static const char *const prompts[] = {"Enter Selection [9]: ", "2 -- Epoch millisec ",
-                                          "Ctrl-X <enter> to exit  "};
-    if (g_nextKey >= g_keys.size() || g_fedAt == g_menuOut.size()) {
-        return;
-    }
-    for (const char *p : prompts) {
-        if (ends_with(g_menuOut, p)) {
-            sim::console_feed(g_keys[g_nextKey++]);
-            g_fedAt = g_menuOut.size();
-            return;
-        }
-    }
-}
-} // namespace
-
 TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     config_data_fields_none(0);
     sys_data.fast_mode = 0;
     UARTEchoSet(1);
     // A on, B with the type prompt (x refused, then 2), M (what the external
     // pH needs), z (nothing), h (thermistor and both pH off), W, Enter leaves.
-    g_menuOut.clear();
-    g_keys = {"A\r", "B\r", "x\r", "2\r", "M\r", "z\r", "h\r", "W\r", "\r"};
-    g_nextKey = 0;
-    g_fedAt = std::string::npos;
-    sim::set_irq_handler(FAULT_SYSTICK, tick_and_answer);
+    const std::string sel = "Enter Selection [9]: ";
+    auto op = std::make_shared<sim::Typist>(
+        std::vector<sim::Typist::Step>{{sel, "A\r"},
+                                       {sel, "B\r"},
+                                       {"2 -- Epoch millisec ", "x\r"},
+                                       {"Ctrl-X <enter> to exit  ", "2\r"},
+                                       {sel, "M\r"},
+                                       {sel, "z\r"},
+                                       {sel, "h\r"},
+                                       {sel, "W\r"},
+                                       {sel, "\r"}});
+    sim::attach_serial(UART0_BASE, op);
     config_data_fields();
     wait_consoleTx();
-    sim::advance_ms(5);
-    sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-    std::string out = g_menuOut + take();
-    EXPECT_EQ(g_nextKey, g_keys.size());
+    const std::string &out = op->seen;
+    EXPECT_TRUE(op->all_answered());
     EXPECT_EQ(sys_data.data_cfg[CFG_SAMPLE_NUM], 1);
     EXPECT_EQ(sys_data.data_cfg[CFG_TIMESTAMP], 2);
     EXPECT_EQ(sys_data.data_cfg[CFG_CALC_TEMP], 1);
@@ -784,22 +730,17 @@ TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     EXPECT_EQ(sys_data.data_cfg[CFG_CALC_PH_VRSE], 0);
     EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
     EXPECT_EQ(sys_data.fast_mode, 1u);
-    EXPECT_NE(out.find("\r\n\r\n\r\nChange Data Field - lower case turns data field off (=0), "
-                       "upper case turns field on (=1)\r\n\r\n\r\nA -- Sample Num               "
-                       "= 0\r\n"),
-              std::string::npos);
-    EXPECT_NE(out.find("U -- Substrate Current        = 0\r\n\r\n0 -- Zero (Clear) all config "
-                       "fields\r\n1 -- Set all config fields\r\n\r\n9 -- Exit to Main Menu\r\n"
-                       "Enter Selection [9]: "),
-              std::string::npos);
-    EXPECT_NE(out.find("Select Timestamp type[1]:  1 -- MM/DD/YYYY HH:MM:SS, 2 -- Epoch millisec "),
-              std::string::npos);
-    EXPECT_NE(out.find("Enter 1 or 2:  1 for MM/DD/YYYY HH:MM:SS, 2 for Epoch milli-seconds "
-                       "13digit, Ctrl-X <enter> to exit  "),
-              std::string::npos);
-    EXPECT_NE(
-        out.find("\r\n\r\nSystem data stored. (910) -- Press enter to bring up main menu\r\n"),
-        std::string::npos);
+    scenario::expect_in(
+        out, {"\r\n\r\n\r\nChange Data Field - lower case turns data field off (=0), "
+              "upper case turns field on (=1)\r\n\r\n\r\nA -- Sample Num               "
+              "= 0\r\n",
+              "U -- Substrate Current        = 0\r\n\r\n0 -- Zero (Clear) all config "
+              "fields\r\n1 -- Set all config fields\r\n\r\n9 -- Exit to Main Menu\r\n"
+              "Enter Selection [9]: ",
+              "Select Timestamp type[1]:  1 -- MM/DD/YYYY HH:MM:SS, 2 -- Epoch millisec ",
+              "Enter 1 or 2:  1 for MM/DD/YYYY HH:MM:SS, 2 for Epoch milli-seconds "
+              "13digit, Ctrl-X <enter> to exit  ",
+              "\r\n\r\nSystem data stored. (910) -- Press enter to bring up main menu\r\n"});
     // Stored whole.
     uint32_t words[sizeof(systemData) / 4];
     EEPROMRead(words, SYS_DATA_EEPROM_ADDR, sizeof(systemData));

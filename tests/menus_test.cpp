@@ -34,14 +34,13 @@ TEST(Menus, ConfigurationChangesSurviveAPowerCycle) {
                                "30 x\\r\n31 3\\r\n",
                    40);
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("Configuration Menu -- Fenwa v5.0.3 ZEP3 123g revB"), std::string::npos);
-    EXPECT_NE(r.out.find("[0]: "), std::string::npos); // the period shown before the change
+    scenario::expect_in(r.out, {"Configuration Menu -- Fenwa v5.0.3 ZEP3 123g revB",
+                                "[0]: "}); // the period shown before the change
     EXPECT_NE(r.out.find("1 -- Sampling period [120 s]"), std::string::npos);
 
     auto r2 = b.run("1 getperiod\\r\n2 filename\\r\n", 5);
     ASSERT_EQ(r2.status, 0) << r2.err;
-    EXPECT_NE(r2.out.find("120"), std::string::npos);
-    EXPECT_NE(r2.out.find("mydata.txt"), std::string::npos);
+    scenario::expect_in(r2.out, {"120", "mydata.txt"});
     auto e = b.eeprom();
     EXPECT_EQ(scenario::u32(e, 1024 + 0), 120u);
     EXPECT_EQ(scenario::cstr(e, 1024 + 632, 16), "mydata.txt");
@@ -60,8 +59,8 @@ TEST(Menus, AdvancedCopyClearsTheVersionBannerAndKeepsSettings) {
     auto r = b.run(kOpenMenu + "3 1\\r\n4 Y\\r\n5 E\\r\n6 \\r\n7 \\r\n8 x\\r\n", 12);
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(count(r.out, kBanner), 1u); // before the copy only
-    EXPECT_NE(r.out.find("E -- Edit/Copy EEPROM sys_data"), std::string::npos);
-    EXPECT_NE(r.out.find("D -- assign Defaults to sys_data and sys_samp"), std::string::npos);
+    scenario::expect_in(
+        r.out, {"E -- Edit/Copy EEPROM sys_data", "D -- assign Defaults to sys_data and sys_samp"});
     auto e = b.eeprom();
     EXPECT_EQ(scenario::cstr(e, 1024 + 600, 32), "Fenwa v5.0.3 ZEP3 123g revB");
     EXPECT_EQ(scenario::u32(e, 1024 + 0), 45u);

@@ -417,11 +417,10 @@ TEST_F(PhCalib, ManualPathTranscript) {
     // values change nothing.
     float k0int = sys_data.k0int, k0ext = sys_data.k0ext;
     out = calib("\r\r\r\r\r\rn\r");
-    EXPECT_NE(out.find("[8.100]: DEBUG: getUserInput fails to return 1\r\n"), std::string::npos);
-    EXPECT_NE(out.find("Enter Vrsi [0.073100]: "), std::string::npos);
-    EXPECT_NE(out.find("Enter Vrse [-0.983800]: "), std::string::npos);
-    EXPECT_NE(out.find("Enter bath temperature [12.500000]: "), std::string::npos);
-    EXPECT_NE(out.find("Enter bath salinity [34.500000]: "), std::string::npos);
+    scenario::expect_in(
+        out, {"[8.100]: DEBUG: getUserInput fails to return 1\r\n",
+              "Enter Vrsi [0.073100]: ", "Enter Vrse [-0.983800]: ",
+              "Enter bath temperature [12.500000]: ", "Enter bath salinity [34.500000]: "});
     EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
     EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
     EXPECT_EQ(bits(sys_data.k0ext), bits(k0ext));
@@ -446,9 +445,8 @@ TEST_F(PhCalib, BadEntriesAreRefusedOrKept) {
     EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
 
     out = calib("seven\rn\r\r\r\r\rn\r");
-    EXPECT_NE(out.find("[14.000]: DEBUG: sscanf fails to return 1\r\n"), std::string::npos);
-    EXPECT_NE(out.find("Enter Vrsi [0.050000]: "), std::string::npos);
-    EXPECT_NE(out.find("Enter bath temperature [100.000000]: "), std::string::npos);
+    scenario::expect_in(out, {"[14.000]: DEBUG: sscanf fails to return 1\r\n",
+                              "Enter Vrsi [0.050000]: ", "Enter bath temperature [100.000000]: "});
 }
 
 // At 25 degC the calibration is the inverse of the pH computations.
@@ -658,11 +656,10 @@ TEST_F(PhCalibBath, AutomaticCalibrationInTheModelBath) {
         << out;
     EXPECT_EQ(scenario::count(out, "Sal-SD"), 1u); // one header for fewer than 20 rows
     EXPECT_EQ(scenario::count(out, "Average of last 5 values\r\nVint = "), 2u);
-    EXPECT_NE(out.find("\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
-                       "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
-                       "Values acceptable (Y/N) [N]? "),
-              std::string::npos);
-    EXPECT_NE(out.find("\r\nCalibration values stored"), std::string::npos);
+    scenario::expect_in(out, {"\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
+                              "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
+                              "Values acceptable (Y/N) [N]? ",
+                              "\r\nCalibration values stored"});
 
     std::vector<std::array<double, 10>> r = calib_rows(out);
     ASSERT_GE(r.size(), 9u);

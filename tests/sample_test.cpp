@@ -13,7 +13,6 @@
 #include <deque>
 #include <memory>
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
@@ -60,22 +59,6 @@ std::string fmt(const char *f, double v) {
     char b[64];
     snprintf(b, sizeof b, f, v);
     return b;
-}
-
-std::string slurp(const std::filesystem::path &p) {
-    std::ifstream in(p, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
-// A card file by its name, whatever case the card stores it in.
-std::string card_file(const std::string &dir, const std::string &name) {
-    std::error_code ec;
-    for (auto &e : std::filesystem::directory_iterator(dir, ec)) {
-        if (strcasecmp(e.path().filename().string().c_str(), name.c_str()) == 0) {
-            return slurp(e.path());
-        }
-    }
-    return "";
 }
 
 // An operator who answers every prompt (they all end in ": ") with a line.
@@ -137,8 +120,8 @@ class SampleTest : public ::testing::Test {
             sys_data.data_cfg[c] = 1;
         }
     }
-    static std::string data_file() { return card_file(sim::card_dir(), "noname.txt"); }
-    static std::string error_log() { return card_file(sim::card_dir(), "Error.txt"); }
+    static std::string data_file() { return bench::card("noname.txt"); }
+    static std::string error_log() { return bench::card("Error.txt"); }
 };
 
 // The default record's line, field by field, as the record holds the values.
@@ -319,9 +302,9 @@ TEST_F(SampleTest, GarbledRecordStillGivesALine) {
     size_t len = strnlen(prnBuf, PRN_BUF_SIZE);
     ASSERT_LT(len, PRN_BUF_SIZE);
     EXPECT_EQ(std::string(prnBuf + len - 2), "\r\n");
-    EXPECT_NE(o.find("Unrecognized data rate. Setting to 5 sps."), std::string::npos);
-    EXPECT_NE(o.find("f_open error: FR_INVALID_NAME\r\n"), std::string::npos);
-    EXPECT_NE(o.find(std::string(PUMP_BUF_SIZE, 'P') + "\r\n"), std::string::npos);
+    scenario::expect_in(o, {"Unrecognized data rate. Setting to 5 sps.",
+                            "f_open error: FR_INVALID_NAME\r\n",
+                            std::string(PUMP_BUF_SIZE, 'P') + "\r\n"});
     EXPECT_EQ(sys_samp.current_sample, 1u);
 }
 

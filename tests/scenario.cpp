@@ -1,5 +1,7 @@
 #include "scenario.h"
 
+#include <gtest/gtest.h>
+
 #include "sim.h"
 
 #include "board/uartstdio.h"
@@ -12,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -159,6 +162,12 @@ size_t count(const std::string &hay, const std::string &needle) {
     return n;
 }
 
+void expect_in(const std::string &hay, std::initializer_list<std::string> needles) {
+    for (const std::string &n : needles) {
+        EXPECT_NE(hay.find(n), std::string::npos) << "missing: " << n << "\nin: " << hay;
+    }
+}
+
 } // namespace scenario
 
 namespace bench {
@@ -181,8 +190,14 @@ std::string take() {
 }
 
 std::string card(const std::string &name) {
-    std::ifstream f(fs::path(sim::card_dir()) / name, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+    std::error_code ec;
+    for (auto &e : fs::directory_iterator(sim::card_dir(), ec)) {
+        if (strcasecmp(e.path().filename().c_str(), name.c_str()) == 0) {
+            auto v = scenario::readAll(e.path());
+            return std::string(v.begin(), v.end());
+        }
+    }
+    return "";
 }
 
 } // namespace bench

@@ -3,6 +3,7 @@
 // and the board's stored images.
 #pragma once
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,9 @@ std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width);
 // Number of non-overlapping occurrences of `needle` in `hay`.
 size_t count(const std::string &hay, const std::string &needle);
 
+// Each of `needles` occurs in `hay` (a test failure names each one missing).
+void expect_in(const std::string &hay, std::initializer_list<std::string> needles);
+
 } // namespace scenario
 
 // In-process bench: the firmware in the test process on the simulated board.
@@ -55,7 +59,7 @@ namespace bench {
 void power_up();
 // Console bytes sent so far, once the transmitter has drained.
 std::string take();
-// A file in the folder behind the card ("" when missing).
+// A file on the card by its name, whatever case the card keeps it in ("" when missing).
 std::string card(const std::string &name);
 
 } // namespace bench

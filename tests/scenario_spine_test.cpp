@@ -28,12 +28,10 @@ TEST(Scenario, NewBoardBootsWithFramDefaultsAndServesMenu) {
     Board b;
     auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 version\\r\n");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n"),
-              std::string::npos);
-    EXPECT_NE(r.out.find("APF Set Defaults Into FRAM\r\n"), std::string::npos);
+    scenario::expect_in(r.out, {"FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n",
+                                "APF Set Defaults Into FRAM\r\n"});
     // Four carriage returns: four prompts, then the next key opens the menu.
-    EXPECT_NE(r.out.find("\r\n>\r\n>\r\n>\r\n>\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find(kMenu), std::string::npos);
+    scenario::expect_in(r.out, {"\r\n>\r\n>\r\n>\r\n>\r\n>", kMenu});
     // "6" leaves the menu for the command line (echo of Enter, then the prompt).
     size_t menuAt = r.out.find(kMenu);
     ASSERT_NE(menuAt, std::string::npos);
@@ -83,13 +81,10 @@ TEST(Scenario, SettingsSurviveAPowerCycle) {
                    "16 sampnum\\r\n"
                    "17 microsd\\r\n");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("period 20\r\n\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find("getperiod\r\n20\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find("filename\r\ndata.txt\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find("vrsi get\r\n0\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find("time\r\n12/31/24 23:59:1"), std::string::npos);
-    EXPECT_NE(r.out.find("sampnum\r\n#0000000\r\n\r\n>"), std::string::npos);
-    EXPECT_NE(r.out.find("microsd\r\n1\r\n>"), std::string::npos);
+    scenario::expect_in(r.out,
+                        {"period 20\r\n\r\n>", "getperiod\r\n20\r\n>", "filename\r\ndata.txt\r\n>",
+                         "vrsi get\r\n0\r\n>", "time\r\n12/31/24 23:59:1",
+                         "sampnum\r\n#0000000\r\n\r\n>", "microsd\r\n1\r\n>"});
     auto e = b.eeprom();
     EXPECT_EQ(scenario::u32(e, 1024 + 0), 20u);
     EXPECT_EQ(scenario::cstr(e, 1024 + 632, 16), "data.txt");
@@ -100,14 +95,11 @@ TEST(Scenario, HelpTextsAndTermTimes) {
     Board b;
     auto r = b.run("1 help\\r\n3 hh\\r\n5 m2m\\r\n");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("** datalogger setup:  0 for off, 1 for on\r\n time, gettime\r\n"),
-              std::string::npos);
-    EXPECT_NE(r.out.find(" microsd, store align\r\n"), std::string::npos);
-    EXPECT_NE(r.out.find("\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000\r\n>"),
-              std::string::npos);
-    EXPECT_NE(r.out.find("                 Ping:  W          ACK\r\n"), std::string::npos);
-    EXPECT_NE(r.out.find("term time = 2000 msec"), std::string::npos);
-    EXPECT_NE(r.out.find("m2m\r\nterm time = 250 msec\r\n>"), std::string::npos);
+    scenario::expect_in(r.out, {"** datalogger setup:  0 for off, 1 for on\r\n time, gettime\r\n",
+                                " microsd, store align\r\n",
+                                "\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000\r\n>",
+                                "                 Ping:  W          ACK\r\n",
+                                "term time = 2000 msec", "m2m\r\nterm time = 250 msec\r\n>"});
 }
 
 TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
@@ -135,8 +127,7 @@ TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
     auto r2 = b.run("1 \\r\n20 x\n22 dump\\r\n23 stop\\r\n", 30);
     ASSERT_EQ(r2.status, 0) << r2.err;
     EXPECT_EQ(count(r2.out, "\t   14.30\t"), 1u);
-    EXPECT_NE(r2.out.find("DEPLOYED\r\nnow "), std::string::npos);
-    EXPECT_NE(r2.out.find("sampling period 20\r\n"), std::string::npos);
+    scenario::expect_in(r2.out, {"DEPLOYED\r\nnow ", "sampling period 20\r\n"});
     EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u); // IDLE after stop
 }
 
@@ -214,8 +205,7 @@ TEST(Scenario, AnUnknownStoredStateIsReportedAndCleared) {
     b.writeFram(f);
     auto r = b.run("1 \\r\n3 getperiod\\r\n");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("ERROR in sys_samp.state = 7"), std::string::npos);
-    EXPECT_NE(r.out.find("getperiod\r\n0\r\n>"), std::string::npos);
+    scenario::expect_in(r.out, {"ERROR in sys_samp.state = 7", "getperiod\r\n0\r\n>"});
     EXPECT_EQ(scenario::u32(b.fram(), 64 + 0), 0u);
 }
 
