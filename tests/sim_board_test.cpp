@@ -561,6 +561,7 @@ pid_t holder(const std::string &dir) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
+    fl.l_len = 1;
     fcntl(fd, F_GETLK, &fl);
     close(fd);
     return fl.l_type == F_UNLCK ? 0 : fl.l_pid;
