@@ -257,8 +257,9 @@ bool Run::wait_for_wake() {
         const bool pin = (s.wake_flags & HIBERNATE_WAKE_PIN) != 0;
         const bool rtc_ok = (s.wake_flags & HIBERNATE_WAKE_RTC) != 0 && s.rtc_match > b.rtc_now();
         const uint64_t t_rtc = rtc_ok ? b.rtc_cycle_of(s.rtc_match) : kNever;
-        const uint64_t limit = s.deadline;
-        if (script_mode && b.console->script_done() && o.for_seconds < 0 && !live) {
+        const uint64_t limit = std::min(s.deadline, s.cut_at);
+        if (script_mode && b.console->script_done() && o.for_seconds < 0 && o.cut_at_seconds < 0 &&
+            !live) {
             res.stop = "script done";
             return false;
         }
@@ -288,7 +289,8 @@ bool Run::wait_for_wake() {
             if (t == kNever || t > limit) {
                 if (limit != kNever) {
                     s.now = std::max(s.now, limit);
-                    res.stop = "time up";
+                    // a cut while hibernating: the module runs on from its backup cell
+                    res.stop = limit == s.cut_at ? "power cut" : "time up";
                 } else {
                     msg("the board sleeps with no wake source armed: only a power-on reset "
                         "wakes it "

@@ -8,7 +8,10 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <atomic>
+#include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "board.h"
@@ -57,15 +60,45 @@ extern bool g_raw; // the terminal is in raw mode: "\r\n" line ends
 void restore_tty();
 void raw_terminal(int fd);
 
+// The pty's two directions, each relayed by a thread of the supervisor so
+// that neither depends on what the firmware (or the client) is doing:
+// - in: what the client writes is read off the pty as it arrives and queued
+//   in a pipe the board reads at its line rate; a full pipe (1 MiB) stalls
+//   the client, nothing is dropped.
+// - out: what the board sends is held while the client does not read, up to
+//   kHoldBytes; only beyond that are bytes dropped, and that is said on
+//   stderr. At the end of a run the held bytes get 2 s to reach the client.
+class PtyRelay {
+  public:
+    static constexpr size_t kHoldBytes = 64u << 20;
+    ~PtyRelay() { stop(); }
+    bool start(int master, std::string &err);
+    int board_in() const { return in_[0]; }   // the board reads the client's bytes here
+    int board_out() const { return out_[1]; } // and writes its own here
+    void stop();
+
+  private:
+    void in_loop();
+    void out_loop();
+    int master_ = -1;
+    int in_[2] = {-1, -1};
+    int out_[2] = {-1, -1};
+    std::thread tin_, tout_;
+    std::atomic<bool> quit_{false};
+};
+
 struct Console {
     int in_fd = -1;
     int out_fd = -1;
     bool quit_key = false;
     bool capture = false;
+    int pty_master = -1;
     int pty_slave = -1;
     std::string pty_name;
+    std::unique_ptr<PtyRelay> relay;
 };
 bool open_pty(Console &c, std::string &err);
+void close_pty(Console &c);
 
 // ---- a run (run.cpp) ---------------------------------------------------------
 std::string fmt_time(double s);

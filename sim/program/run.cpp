@@ -291,10 +291,7 @@ RunResult run_here(const Options &o, int out_fd) {
     if (!o.pty && con.in_fd > 2) {
         close(con.in_fd);
     }
-    if (con.pty_slave >= 0) {
-        close(con.pty_slave);
-        close(con.in_fd);
-    }
+    close_pty(con);
 
     res.board = b.deployed() ? "deployed" : "idle";
     res.power = s.hibernating ? "hibernating" : (s.power_off ? "off" : "awake");
