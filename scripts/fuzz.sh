@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one fuzz target under libFuzzer with ASan and UBSan for a while:
 #   scripts/fuzz.sh TARGET SECONDS [libFuzzer options...]
-# TARGET: console float ymodem cal replies script. Builds build/fuzz with clang
+# TARGET: console float ymodem cal replies script state. Builds build/fuzz with clang
 # first. New inputs go to build/fuzz/corpus/TARGET, seeded by the checked-in
 # corpus tests/fuzz/corpus/TARGET (copy inputs worth keeping there by hand). A
 # crash leaves its input in build/fuzz/ as crash-* and exits non-zero.
