@@ -8,6 +8,7 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     gcc-arm-none-eabi libnewlib-arm-none-eabi libstdc++-arm-none-eabi-newlib
     clang-format
+    clang-14 libclang-rt-14-dev
     lrzsz
     python3
     dosfstools mtools

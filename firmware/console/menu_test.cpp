@@ -213,7 +213,7 @@ void board_qa(void) {
 
 void print_test_menu(void) {
     static const char *const lines[] = {
-        "Test Menu -- " FIRMWARE_VERSION,
+        ("Test Menu -- " FIRMWARE_VERSION),
         "1 -- Vrsi        2 -- Vrse        3 -- Vtherm      4 -- Temperature",
         "5 -- Vk          6 -- Ik          7 -- Ib          8 -- Bias batteries",
         "9 -- Sample (temperature and pH)",
