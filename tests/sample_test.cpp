@@ -13,6 +13,7 @@
 #include <deque>
 #include <memory>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <string>
 #include <vector>
