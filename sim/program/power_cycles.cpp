@@ -1,0 +1,538 @@
+// Power cycles of a run. The supervisor never runs firmware code: it forks one
+// child per power cycle, so every wake-up starts from the program image's
+// initial values, and keeps what survives (BoardState) in shared memory and
+// in the state folder. Between cycles it plays the hibernation module: it
+// lets time pass to the RTC match or the next console byte (which is lost).
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "core/system.h"
+#include "hibernate.h"
+#include "program.h"
+#include "sysctl.h"
+
+int fenwa_firmware_main(void);
+
+namespace sim {
+
+volatile sig_atomic_t g_stop = 0;
+volatile pid_t g_child = -1;
+
+void on_stop_signal(int) {
+    g_stop = 1;
+    if (g_child > 0) {
+        kill(g_child, SIGTERM);
+    }
+}
+
+namespace {
+
+// ---- child side -------------------------------------------------------------
+
+void child_stop_signal(int) {
+    child_stop_requested = 1;
+}
+
+void child_crash_signal(int sig) {
+    Board &b = board();
+    const std::string &p = b.console->pending();
+    if (b.console->out_fd() >= 0 && !p.empty()) {
+        ssize_t r = write(b.console->out_fd(), p.data(), p.size());
+        (void)r;
+    }
+    raise(sig); // SA_RESETHAND: the default action now
+}
+
+} // namespace
+
+void child_signals() {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    static char altstack[64 * 1024];
+    stack_t ss{};
+    ss.ss_sp = altstack;
+    ss.ss_size = sizeof altstack;
+    sigaltstack(&ss, nullptr);
+    struct sigaction sa {};
+    sa.sa_handler = child_crash_signal;
+    sa.sa_flags = SA_ONSTACK | SA_RESETHAND;
+    for (int s : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
+        sigaction(s, &sa, nullptr);
+    }
+    struct sigaction st {};
+    st.sa_handler = child_stop_signal;
+    sigaction(SIGTERM, &st, nullptr);
+    sigaction(SIGINT, &st, nullptr);
+    sigaction(SIGHUP, &st, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+}
+
+namespace {
+
+// One power cycle: the processor starts from reset and runs the entry point.
+[[noreturn]] void child_main(Board &b, void (*entry)()) {
+    child_stop_requested = 0;
+    b.mode = Board::Mode::Child;
+    b.power_on_reset();
+    b.st->end_reason = EndReason::None;
+    if (entry != nullptr) {
+        entry();
+    } else {
+        fenwa_firmware_main();
+    }
+    // main returned: the processor idles until the cycle is ended from outside
+    for (;;) {
+        SysCtlSleep();
+    }
+}
+
+// Waits for a child; forwards a stop request. Returns the wait status.
+int wait_child(pid_t pid) {
+    int status = 0;
+    bool sent = false;
+    int64_t since = 0;
+    for (;;) {
+        pid_t r = waitpid(pid, &status, g_stop && sent ? WNOHANG : 0);
+        if (r == pid) {
+            return status;
+        }
+        if (r < 0 && errno != EINTR) {
+            return 0;
+        }
+        if (g_stop) {
+            if (!sent) {
+                kill(pid, SIGTERM);
+                sent = true;
+                since = mono_ns();
+            } else if (mono_ns() - since > 2000000000) {
+                kill(pid, SIGKILL); // stuck in a loop without platform calls
+            } else {
+                usleep(10000);
+            }
+        }
+    }
+}
+
+// ---- power cycles forked ahead --------------------------------------------------
+// In fast runs without a live console the process of the next power cycle is
+// forked while the current one runs and waits on a pipe; it starts as soon as
+// the current one has reported its end, while the kernel still tears that one
+// down. The child sees the same memory either way: between power cycles the
+// supervisor changes only BoardState (shared) and its own bookkeeping.
+struct Spare {
+    pid_t pid = -1;
+    int go = -1;   // a byte starts the power cycle; end of file ends the process unused
+    int done = -1; // the power cycle writes a byte when it ends
+};
+
+Spare fork_spare(Board &b, void (*entry)()) {
+    Spare sp;
+    int go[2], done[2];
+    if (pipe2(go, O_CLOEXEC) != 0) {
+        return sp;
+    }
+    if (pipe2(done, O_CLOEXEC) != 0) {
+        close(go[0]);
+        close(go[1]);
+        return sp;
+    }
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        close(go[1]);
+        close(done[0]);
+        child_signals();
+        char c = 0;
+        ssize_t n;
+        do {
+            n = read(go[0], &c, 1);
+        } while (n < 0 && errno == EINTR);
+        if (n != 1) {
+            _exit(0); // not needed after all
+        }
+        close(go[0]);
+        b.done_fd = done[1];
+        child_main(b, entry);
+    }
+    close(go[0]);
+    close(done[1]);
+    if (pid < 0) {
+        close(go[1]);
+        close(done[0]);
+        return sp;
+    }
+    sp.pid = pid;
+    sp.go = go[1];
+    sp.done = done[0];
+    return sp;
+}
+
+// Starts a spare's power cycle; false when it is gone.
+bool start_spare(Spare &sp) {
+    char c = 1;
+    ssize_t n;
+    do {
+        n = write(sp.go, &c, 1);
+    } while (n < 0 && errno == EINTR);
+    close(sp.go);
+    sp.go = -1;
+    return n == 1;
+}
+
+// Ends a spare that never started.
+void drop_spare(Spare &sp) {
+    if (sp.pid <= 0) {
+        return;
+    }
+    if (sp.go >= 0) {
+        close(sp.go);
+    }
+    close(sp.done);
+    int status;
+    while (waitpid(sp.pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    sp = Spare();
+}
+
+// Reaps the power cycles that reported their end and have gone since; all of
+// them when `wait` is set.
+void reap(std::vector<pid_t> &exiting, bool wait) {
+    for (size_t i = 0; i < exiting.size();) {
+        int status;
+        pid_t r;
+        do {
+            r = waitpid(exiting[i], &status, wait ? 0 : WNOHANG);
+        } while (r < 0 && errno == EINTR);
+        if (r == 0) {
+            ++i;
+        } else {
+            exiting.erase(exiting.begin() + long(i));
+        }
+    }
+}
+
+// Waits for the end of a power cycle started from a spare. True when it
+// reported its end (the process is reaped later); false when it died
+// without a report, with its wait status in `status`.
+bool wait_report(pid_t pid, int done, int &status) {
+    bool sent = false;
+    int64_t since = 0;
+    for (;;) {
+        char c;
+        if (!g_stop) {
+            ssize_t n = read(done, &c, 1);
+            if (n == 1) {
+                return true;
+            }
+            if (n < 0 && errno == EINTR) {
+                continue;
+            }
+            status = wait_child(pid);
+            return false;
+        }
+        // stopping: forward it, and give a stuck cycle 2 s
+        if (!sent) {
+            kill(pid, SIGTERM);
+            sent = true;
+            since = mono_ns();
+        } else if (mono_ns() - since > 2000000000) {
+            kill(pid, SIGKILL);
+        }
+        pollfd p{done, POLLIN, 0};
+        if (poll(&p, 1, 10) > 0) {
+            ssize_t n = read(done, &c, 1);
+            if (n == 1) {
+                return true;
+            }
+            if (n == 0 || errno != EINTR) {
+                status = wait_child(pid);
+                return false;
+            }
+        }
+    }
+}
+
+} // namespace
+
+// The board hibernates: let time pass to its wake-up. False when the run ends.
+bool Run::wait_for_wake() {
+    for (;;) {
+        if (g_stop) {
+            res.stop = "stopped";
+            return false;
+        }
+        const bool live = con.in_fd >= 0;
+        const bool pin = (s.wake_flags & HIBERNATE_WAKE_PIN) != 0;
+        const bool rtc_ok = (s.wake_flags & HIBERNATE_WAKE_RTC) != 0 && s.rtc_match > b.rtc_now();
+        const uint64_t t_rtc = rtc_ok ? b.rtc_cycle_of(s.rtc_match) : kNever;
+        const uint64_t limit = s.deadline;
+        if (script_mode && b.console->script_done() && o.for_seconds < 0 && !live) {
+            res.stop = "script done";
+            return false;
+        }
+        const uint64_t t_pin = pin ? b.console->next_byte_at() : kNever;
+        uint64_t t = std::min(t_rtc, t_pin);
+        bool by_live = false;
+        if (s.realtime || (live && std::min(t, limit) == kNever)) {
+            if (!s.realtime) {
+                // fast time, nothing scheduled: wait for a key, time runs with the wall clock
+                s.rt_wall_base_ns = mono_ns();
+                s.rt_cycles_base = s.now;
+            }
+            bool quit = false;
+            int r = wait_real(std::min(t, limit), quit);
+            if (r < 0) {
+                res.stop = quit ? "quit" : "stopped";
+                return false;
+            }
+            if (r == 1) {
+                if (!pin) {
+                    continue; // the line is not a wake source: the board sleeps on
+                }
+                by_live = true;
+            }
+        }
+        if (!by_live) {
+            if (t == kNever || t > limit) {
+                if (limit != kNever) {
+                    s.now = std::max(s.now, limit);
+                    res.stop = "time up";
+                } else {
+                    msg("the board sleeps with no wake source armed: only a power-on reset "
+                        "wakes it "
+                        "(remove board.txt from the state folder)");
+                    res.stop = "asleep";
+                }
+                return false;
+            }
+            s.now = std::max(s.now, t);
+        }
+        uint32_t status = 0;
+        if (by_live || t_pin <= t) {
+            if (!by_live) {
+                b.console->take_byte(); // the byte that wakes the board is lost
+            }
+            status |= HIBERNATE_INT_PIN_WAKE;
+        }
+        if (!by_live && t_rtc <= t) {
+            status |= HIBERNATE_INT_RTC_MATCH_0;
+            s.match_armed = false;
+        }
+        s.hib_status = status | HIBERNATE_INT_WR_COMPLETE;
+        s.hibernating = false;
+        s.active_at_start = true;
+        return true;
+    }
+}
+
+// Runs power cycles until the run ends, then saves the state folder.
+void Run::power_cycles(Folder &folder) {
+    std::string last_end = "none";
+    int64_t last_save = mono_ns();
+    // fork ahead only where nothing but BoardState changes between cycles
+    const bool ahead = !s.realtime && b.input_fd < 0;
+    Spare spare;
+    std::vector<pid_t> exiting; // reported their end, not yet reaped
+    for (;;) {
+        if (g_stop) {
+            res.stop = "stopped";
+            break;
+        }
+        if (s.hibernating && !wait_for_wake()) {
+            break;
+        }
+        s.end_reason = EndReason::None;
+        s.cycle_index++;
+        pid_t pid = -1;
+        int done = -1;
+        if (ahead && spare.pid < 0) {
+            spare = fork_spare(b, o.entry);
+        }
+        if (spare.pid > 0) {
+            if (start_spare(spare)) {
+                pid = spare.pid;
+                done = spare.done;
+                spare = Spare();
+                sched_yield(); // let it have a processor before the next one is forked
+            } else {
+                drop_spare(spare);
+            }
+        }
+        if (pid < 0) {
+            fflush(nullptr);
+            pid = fork();
+            if (pid < 0) {
+                msg(std::string("fork failed: ") + std::strerror(errno));
+                res.exit_code = 1;
+                break;
+            }
+            if (pid == 0) {
+                child_signals();
+                child_main(b, o.entry);
+            }
+        }
+        g_child = pid;
+        if (ahead) {
+            spare = fork_spare(b, o.entry); // the next cycle's, while this one runs
+        }
+        reap(exiting, false);
+        int status = 0;
+        if (done < 0) {
+            status = wait_child(pid);
+        } else {
+            if (wait_report(pid, done, status)) {
+                exiting.push_back(pid);
+            }
+            close(done);
+        }
+        g_child = -1;
+        res.cycles++;
+        folder.lifetime_cycles++;
+        EndReason r = s.end_reason;
+        if (WIFSIGNALED(status)) {
+            r = EndReason::Crash;
+            msg("power cycle " + std::to_string(res.cycles) +
+                " crashed: " + strsignal(WTERMSIG(status)) + " at " +
+                std::to_string(double(s.now) / double(kCpuHz)) + " s");
+        } else if (r == EndReason::None) {
+            r = EndReason::Crash;
+            msg("power cycle " + std::to_string(res.cycles) +
+                " ended without a reason (exit status " +
+                std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + ")");
+        }
+        res.ends.push_back(r);
+        last_end = to_string(r);
+        if (r != EndReason::Hibernated) {
+            s.hibernating = false;
+        }
+        // save often enough that a killed run loses little, not after every
+        // one of thousands of short cycles
+        if (s.realtime || mono_ns() - last_save > 500000000) {
+            folder.save(s, last_end, folder.lifetime_cycles);
+            last_save = mono_ns();
+        }
+        show_progress(false);
+        if (r == EndReason::Hibernated) {
+            continue;
+        }
+        if (r == EndReason::Reset) {
+            s.active_at_start = s.module_enabled;
+            s.hib_status = 0;
+            continue;
+        }
+        if (r == EndReason::TimeUp) {
+            res.stop = s.now >= s.deadline ? "time up" : "idle after the script";
+        } else if (r == EndReason::Crash) {
+            res.crashed = true;
+            res.stop = "crash";
+        } else {
+            res.stop = to_string(r);
+        }
+        break;
+    }
+    drop_spare(spare);
+    reap(exiting, true);
+    folder.save(s, last_end, folder.lifetime_cycles);
+}
+
+// ---- the factory image -----------------------------------------------------------
+
+bool factory_eeprom(std::array<uint8_t, kEepromBytes> &image, std::string &err) {
+    image.fill(0xFF);
+    BoardState *shared = map_state();
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid < 0) {
+        err = "fork failed";
+        munmap(shared, sizeof *shared);
+        return false;
+    }
+    if (pid == 0) {
+        child_signals();
+        int devnull = open("/dev/null", O_WRONLY);
+        Board &b = board();
+        b.st = shared;
+        b.console = std::make_shared<ConsoleLine>(shared);
+        b.console->set_output(devnull, false);
+        for (auto &u : b.uarts) {
+            u.dev.reset();
+        }
+        b.uarts[0].dev = b.console;
+        b.i2c.devices.clear();
+        install_board_devices(b);
+        b.input_fd = -1;
+        b.mode = Board::Mode::Child;
+        b.power_on_reset();
+        shared->deadline = 120 * kCpuHz;
+        // The console already runs at the default rate: the defaults routine
+        // then has nothing to announce or drain.
+        sys_data.baud_rate = 115200;
+        init_sys_data_default();
+        static_assert(sizeof(sys_data) == 1352, "configuration record size");
+        std::memcpy(shared->eeprom + SYS_DATA_EEPROM_ADDR, &sys_data, sizeof sys_data);
+        shared->end_reason = EndReason::Returned;
+        _exit(0);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    bool ok = WIFEXITED(status) && shared->end_reason == EndReason::Returned;
+    if (ok) {
+        std::memcpy(image.data(), shared->eeprom, kEepromBytes);
+    } else {
+        err = WIFSIGNALED(status)
+                  ? std::string("the defaults routine crashed: ") + strsignal(WTERMSIG(status))
+                  : std::string("the defaults routine did not return");
+    }
+    munmap(shared, sizeof *shared);
+    return ok;
+}
+
+// ---- run_cycle --------------------------------------------------------------------
+
+CycleResult run_cycle(const std::function<void()> &fn) {
+    CycleResult cr;
+    Board &b = board();
+    char path[] = "/tmp/fenwa-cycle-XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) {
+        cr.reason = EndReason::Crash;
+        return cr;
+    }
+    unlink(path);
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        child_signals();
+        b.console->set_output(fd, false);
+        b.mode = Board::Mode::Child;
+        b.power_on_reset();
+        b.st->end_reason = EndReason::None;
+        fn();
+        b.end_cycle(EndReason::Returned);
+    }
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFSIGNALED(status)) {
+        cr.reason = EndReason::Crash;
+        cr.signal = WTERMSIG(status);
+    } else {
+        cr.reason = b.st->end_reason;
+    }
+    cr.output = read_fd_all(fd);
+    close(fd);
+    return cr;
+}
+
+} // namespace sim

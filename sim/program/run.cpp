@@ -1,0 +1,330 @@
+// A whole run of fenwa-sim: the script or the live console, the board and its
+// state folder, the power cycles, and the summary of how it went.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <sstream>
+
+#include "program.h"
+
+namespace sim {
+
+namespace fs = std::filesystem;
+
+std::string fmt_time(double s) {
+    char b[64];
+    long t = long(s);
+    std::snprintf(b, sizeof b, "%ldd %02ld:%02ld:%02ld", t / 86400, t / 3600 % 24, t / 60 % 60,
+                  t % 60);
+    return b;
+}
+
+void Run::msg(const std::string &m) {
+    res.messages += m + "\n";
+    std::string line = "fenwa-sim: " + m + (g_raw ? "\r\n" : "\n");
+    if (progress) {
+        line = "\r\033[K" + line;
+    }
+    ssize_t r = write(2, line.data(), line.size());
+    (void)r;
+}
+
+void Run::show_progress(bool final) {
+    if (!progress) {
+        return;
+    }
+    int64_t w = mono_ns();
+    if (!final && w - last_progress < 250000000) {
+        return;
+    }
+    last_progress = w;
+    double t = double(s.now) / double(kCpuHz);
+    char b2[160];
+    if (o.for_seconds >= 0) {
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s of %s simulated, %d power cycles%s",
+                      fmt_time(t).c_str(), fmt_time(o.for_seconds).c_str(), res.cycles,
+                      final ? "\n" : "");
+    } else {
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s simulated, %d power cycles%s",
+                      fmt_time(t).c_str(), res.cycles, final ? "\n" : "");
+    }
+    ssize_t r = write(2, b2, std::strlen(b2));
+    (void)r;
+}
+
+RunResult run_here(const Options &o, int out_fd) {
+    RunResult res;
+    Board &b = board();
+    BoardState &s = *b.st;
+    Run run{o, res, b, s, {}, {}, false, false, 0};
+
+    run.script_mode = o.has_script || !o.script_path.empty();
+    bool realtime = o.realtime < 0 ? !run.script_mode : o.realtime == 1;
+    run.progress = o.progress < 0 ? (isatty(2) && run.script_mode) : o.progress == 1;
+
+    auto fail = [&](const std::string &m, int code) {
+        run.msg(m);
+        res.exit_code = code;
+        res.stop = "error";
+        return res;
+    };
+
+    // the script
+    if (run.script_mode) {
+        std::string text = o.script;
+        if (!o.script_path.empty()) {
+            bool ok = false;
+            text = o.script_path == "-" ? read_fd_all(0) : read_file(o.script_path, ok);
+            if (o.script_path != "-" && !ok) {
+                return fail("cannot read script " + o.script_path, 2);
+            }
+        }
+        std::string err;
+        if (!parse_script(text, run.script, err)) {
+            return fail(err, 2);
+        }
+    }
+
+    // the console line
+    Console &con = run.con;
+    if (run.script_mode) {
+        con.out_fd = out_fd;
+    } else if (o.pty) {
+        std::string err;
+        if (!open_pty(con, err)) {
+            return fail(err, 1);
+        }
+        std::string line = "pty: " + con.pty_name + "\n";
+        ssize_t r = write(1, line.data(), line.size());
+        r = write(2, line.data(), line.size());
+        (void)r;
+    } else {
+        con.in_fd = 0;
+        con.out_fd = out_fd >= 0 ? out_fd : 1;
+        if (isatty(0)) {
+            raw_terminal(0);
+            con.quit_key = true;
+            run.msg("console on this terminal; Ctrl-] quits");
+        }
+    }
+    if (con.out_fd < 0) {
+        con.capture = true;
+        con.out_fd = memfd_create("fenwa-console", 0);
+    }
+
+    // the board and its state
+    default_state(s);
+    Folder folder(o.state_dir);
+    {
+        std::string log, err;
+        if (!folder.load(s, o.blank_eeprom, log, err)) {
+            return fail(err, 1);
+        }
+        std::istringstream ls(log);
+        for (std::string l; std::getline(ls, l);) {
+            run.msg(l);
+        }
+    }
+    if (o.rtc >= 0) {
+        s.rtc_base = uint32_t(o.rtc);
+        s.rtc_base_cycles = 0;
+        s.match_armed = s.rtc_match > s.rtc_base;
+    }
+    s.now = 0;
+    s.script_pos = 0;
+    s.console_wire_free = 0;
+    s.console_baud = 115200;
+    s.card_absent = o.card_absent;
+    s.card_full = o.card_full;
+    s.card_error = o.card_error;
+    s.eeprom_init_error = o.eeprom_error;
+    s.hib_fail = o.hib_fail;
+    s.deadline =
+        o.for_seconds >= 0 ? uint64_t(std::llround(o.for_seconds * double(kCpuHz))) : kNever;
+    s.script_mode = run.script_mode;
+    s.script_guard = (run.script_mode && o.for_seconds < 0) ? 600 * kCpuHz : 0;
+    s.realtime = realtime;
+    s.rt_wall_base_ns = mono_ns();
+    s.rt_cycles_base = 0;
+    s.cycle_index = 0;
+
+    b.mode = Board::Mode::Child;
+    b.console = std::make_shared<ConsoleLine>(&s);
+    b.console->set_script(run.script_mode ? &run.script : nullptr);
+    b.console->set_output(con.out_fd, realtime && !con.capture);
+    for (auto &u : b.uarts) {
+        u.dev.reset();
+    }
+    b.uarts[0].dev = b.console;
+    b.i2c.devices.clear();
+    b.i2c.logging = false;
+    set_environment(o.env);
+    install_board_devices(b);
+    b.input_fd = con.in_fd;
+    b.quit_key = con.quit_key;
+    {
+        std::error_code ec;
+        b.card_root = fs::absolute(fs::path(o.state_dir) / "card", ec).string();
+    }
+
+    if (!s.hibernating) {
+        // left awake (or new): the batteries went in again
+        s.active_at_start = false;
+        s.module_enabled = false;
+        s.hib_status = 0;
+        s.hib_int_mask = 0;
+        s.rtc_match = 0;
+        s.wake_flags = 0;
+        s.match_armed = false;
+    }
+
+    struct sigaction sa {
+    }, old_int{}, old_term{}, old_hup{};
+    sa.sa_handler = on_stop_signal;
+    sigaction(SIGINT, &sa, &old_int);
+    sigaction(SIGTERM, &sa, &old_term);
+    sigaction(SIGHUP, &sa, &old_hup);
+    g_stop = 0;
+
+    run.power_cycles(folder);
+    run.show_progress(true);
+    if (res.stop == "stopped") {
+        run.msg("stopped at " + fmt_time(double(s.now) / double(kCpuHz)) + " simulated");
+    }
+    sigaction(SIGINT, &old_int, nullptr);
+    sigaction(SIGTERM, &old_term, nullptr);
+    sigaction(SIGHUP, &old_hup, nullptr);
+    restore_tty();
+
+    res.seconds = double(s.now) / double(kCpuHz);
+    res.rtc = b.rtc_now();
+    if (res.exit_code == 0 && res.crashed) {
+        res.exit_code = 1;
+    }
+    if (con.capture) {
+        res.output = read_fd_all(con.out_fd);
+        close(con.out_fd);
+    }
+    if (!o.pty && con.in_fd > 2) {
+        close(con.in_fd);
+    }
+    if (con.pty_slave >= 0) {
+        close(con.pty_slave);
+        close(con.in_fd);
+    }
+
+    if (!o.result_path.empty()) {
+        std::ostringstream r;
+        r << "cycles = " << res.cycles << "\n";
+        for (EndReason e : res.ends) {
+            r << "end = " << to_string(e) << "\n";
+        }
+        r << "stop = " << res.stop << "\n"
+          << "crashed = " << (res.crashed ? 1 : 0) << "\n"
+          << "seconds = " << res.seconds << "\n"
+          << "rtc = " << res.rtc << "\n"
+          << "exit = " << res.exit_code << "\n";
+        std::string t = r.str();
+        write_file_atomic(o.result_path, t.data(), t.size());
+    }
+    reset_board();
+    return res;
+}
+
+// ---- a run in a fresh process -----------------------------------------------------
+
+RunResult run_program(const Options &opts, const char *program) {
+    RunResult res;
+    char tmpl[] = "/tmp/fenwa-run-XXXXXX";
+    char *dir = mkdtemp(tmpl);
+    if (dir == nullptr) {
+        res.exit_code = 1;
+        res.messages = "cannot make a temporary folder";
+        return res;
+    }
+    std::string d = dir;
+    Options o = opts;
+    o.result_path = d + "/result.txt";
+    o.progress = 0;
+    o.pty = false;
+    if (o.script_path.empty()) {
+        o.script_path = d + "/script.txt";
+        write_file_atomic(o.script_path, o.script.data(), o.script.size());
+    }
+    o.has_script = true;
+    std::string out_path = d + "/out.bin", err_path = d + "/err.txt";
+    int out = open(out_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    int err = open(err_path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        int devnull = open("/dev/null", O_RDONLY);
+        dup2(devnull, 0);
+        dup2(err, 2);
+        if (program != nullptr) {
+            dup2(out, 1);
+            std::vector<std::string> args = to_args(o);
+            args.insert(args.begin(), program);
+            std::vector<char *> argv;
+            for (auto &a : args) {
+                argv.push_back(const_cast<char *>(a.c_str()));
+            }
+            argv.push_back(nullptr);
+            execv(program, argv.data());
+            std::fprintf(stderr, "fenwa-sim: cannot run %s: %s\n", program, std::strerror(errno));
+            _exit(127);
+        }
+        RunResult r = run_here(o, out);
+        _exit(r.exit_code);
+    }
+    int status = 0;
+    while (pid > 0 && waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    res.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    res.output = read_fd_all(out);
+    res.messages = read_fd_all(err);
+    close(out);
+    close(err);
+    bool ok = false;
+    std::istringstream in(read_file(o.result_path, ok));
+    for (std::string line; std::getline(in, line);) {
+        size_t eq = line.find(" = ");
+        if (eq == std::string::npos) {
+            continue;
+        }
+        std::string k = line.substr(0, eq), v = line.substr(eq + 3);
+        if (k == "cycles") {
+            res.cycles = std::atoi(v.c_str());
+        } else if (k == "end") {
+            for (int e = 0; e <= int(EndReason::Returned); ++e) {
+                if (v == to_string(EndReason(e))) {
+                    res.ends.push_back(EndReason(e));
+                }
+            }
+        } else if (k == "stop") {
+            res.stop = v;
+        } else if (k == "crashed") {
+            res.crashed = v == "1";
+        } else if (k == "seconds") {
+            res.seconds = std::atof(v.c_str());
+        } else if (k == "rtc") {
+            res.rtc = uint32_t(std::strtoul(v.c_str(), nullptr, 10));
+        }
+    }
+    if (!ok && res.stop.empty()) {
+        res.stop = "no result";
+    }
+    std::error_code ec;
+    fs::remove_all(d, ec);
+    return res;
+}
+
+} // namespace sim
