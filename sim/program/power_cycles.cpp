@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "core/system.h"
+#include "energy.h"
 #include "hibernate.h"
 #include "program.h"
 #include "sysctl.h"
@@ -353,6 +354,7 @@ void Run::power_cycles(Folder &folder) {
         }
         s.end_reason = EndReason::None;
         s.cycle_index++;
+        energy_cycle_start(s);
         pid_t pid = -1;
         int done = -1;
         if (ahead && spare.pid < 0) {
@@ -396,6 +398,7 @@ void Run::power_cycles(Folder &folder) {
             close(done);
         }
         g_child = -1;
+        energy_cycle_end(s);
         res.cycles++;
         folder.lifetime_cycles++;
         EndReason r = s.end_reason;

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "energy.h"
 #include "program.h"
 
 namespace sim {
@@ -47,14 +48,15 @@ void Run::show_progress(bool final) {
     }
     last_progress = w;
     double t = double(s.now) / double(kCpuHz);
-    char b2[160];
+    std::string e = energy_progress(energy_summary(s, o.env, o.battery_mah));
+    char b2[256];
     if (o.for_seconds >= 0) {
-        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s of %s simulated, %d power cycles%s",
-                      fmt_time(t).c_str(), fmt_time(o.for_seconds).c_str(), res.cycles,
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s of %s simulated, %d power cycles%s%s",
+                      fmt_time(t).c_str(), fmt_time(o.for_seconds).c_str(), res.cycles, e.c_str(),
                       final ? "\n" : "");
     } else {
-        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s simulated, %d power cycles%s",
-                      fmt_time(t).c_str(), res.cycles, final ? "\n" : "");
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s simulated, %d power cycles%s%s",
+                      fmt_time(t).c_str(), res.cycles, e.c_str(), final ? "\n" : "");
     }
     ssize_t r = write(2, b2, std::strlen(b2));
     (void)r;
@@ -168,6 +170,7 @@ RunResult run_here(const Options &o, int out_fd) {
     b.i2c.logging = false;
     set_environment(o.env);
     install_board_devices(b);
+    install_energy_hooks(b);
     b.input_fd = con.in_fd;
     b.quit_key = con.quit_key;
     {
@@ -231,7 +234,8 @@ RunResult run_here(const Options &o, int out_fd) {
           << "crashed = " << (res.crashed ? 1 : 0) << "\n"
           << "seconds = " << res.seconds << "\n"
           << "rtc = " << res.rtc << "\n"
-          << "exit = " << res.exit_code << "\n";
+          << "exit = " << res.exit_code << "\n"
+          << energy_result(energy_summary(s, o.env, o.battery_mah));
         std::string t = r.str();
         write_file_atomic(o.result_path, t.data(), t.size());
     }
@@ -317,6 +321,8 @@ RunResult run_program(const Options &opts, const char *program) {
             res.seconds = std::atof(v.c_str());
         } else if (k == "rtc") {
             res.rtc = uint32_t(std::strtoul(v.c_str(), nullptr, 10));
+        } else if (k.compare(0, 7, "energy_") == 0) {
+            res.energy += line + "\n";
         }
     }
     if (!ok && res.stop.empty()) {
