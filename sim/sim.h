@@ -29,6 +29,7 @@ enum class EndReason : int32_t {
     Stopped,    // the simulator was asked to stop (signal)
     Crash,      // the power cycle died on a signal
     Returned,   // run_cycle: the function returned
+    PowerCut,   // the power was cut (--cut-power-at, a second stop request)
 };
 const char *to_string(EndReason r);
 
@@ -58,11 +59,14 @@ struct BoardState {
     bool rtc_enabled;
     bool active_at_start; // what HibernateIsActive reports in this power cycle
     bool hibernating;
+    bool power_off;        // the board was switched off: the next start is a power-on
     bool match_armed;      // the match lies ahead of the RTC (raises 0x01 when passed awake)
     uint32_t hib_requests; // HibernateRequest calls (also failed ones)
     uint32_t resets;       // SysCtlReset calls
-    uint8_t eeprom[kEepromBytes];
-    uint8_t fram[kFramBytes];
+    // Page-aligned: in a run the state folder's eeprom.bin and fram.bin are
+    // mapped over these, so every store lands in the file at once.
+    alignas(4096) uint8_t eeprom[kEepromBytes];
+    alignas(4096) uint8_t fram[kFramBytes];
     // console line: position in the run's script and when the line is free again
     uint64_t script_pos;
     uint64_t console_wire_free;
@@ -83,6 +87,14 @@ struct BoardState {
     int64_t rt_wall_base_ns;
     uint64_t rt_cycles_base;
     uint32_t cycle_index; // power cycles run so far in this run
+    // stopping: a deployed board runs on to its next hibernation, then the run ends
+    bool stop_requested;
+    bool stop_asked;          // the supervisor was asked to stop before this cycle began
+    uint64_t cut_at;          // the power is cut when the clock reaches this (kNever: never)
+    uint64_t lifetime_cycles; // power cycles of this board over all runs (board.txt)
+    EndReason last_end;       // how the last power cycle ended (board.txt)
+    int32_t save_errno;       // board.txt could not be written (0: fine)
+    uint32_t board_txt_len;   // bytes board.txt holds (shorter texts are padded)
     // energy account: CPU cycles each supply has been on, and since when (0: off)
     uint64_t supply_on[kSupplies];
     uint64_t supply_since[kSupplies];
@@ -125,11 +137,12 @@ void set_environment(const Environment &e);
 struct Options {
     std::string state_dir = "./fenwa-state";
     Environment env;
-    std::string script;      // script text ("SECONDS TEXT" lines)
-    std::string script_path; // or a script file ("-" = standard input)
-    bool has_script = false; // feed the console from script / script_path
-    double for_seconds = -1; // < 0: no limit
-    int64_t rtc = -1;        // >= 0: set the RTC (seconds since 1970) at start
+    std::string script;         // script text ("SECONDS TEXT" lines)
+    std::string script_path;    // or a script file ("-" = standard input)
+    bool has_script = false;    // feed the console from script / script_path
+    double for_seconds = -1;    // < 0: no limit
+    double cut_at_seconds = -1; // >= 0: cut the power at this simulated time
+    int64_t rtc = -1;           // >= 0: set the RTC (seconds since 1970) at start
     bool pty = false;
     int realtime = -1; // -1: script fast, console real time; 0 fast; 1 real time
     bool card_absent = false;
@@ -155,9 +168,12 @@ struct RunResult {
     std::string stop;            // why the run stopped ("script done", "time up", ...)
     bool crashed = false;
     int exit_code = 0;
-    double seconds = 0; // simulated seconds
-    uint32_t rtc = 0;   // RTC at the end
-    std::string energy; // the energy account's "energy_..." lines of the summary
+    double seconds = 0;   // simulated seconds
+    uint64_t samples = 0; // the deployment's sample counter advanced this much
+    std::string board;    // the board at the end: "deployed" or "idle"
+    std::string power;    // "hibernating", "awake" (power cut) or "off"
+    uint32_t rtc = 0;     // RTC at the end
+    std::string energy;   // the energy account's "energy_..." lines of the summary
 };
 
 // Runs a scenario in a fresh process (the fenwa-sim program when the build

@@ -1,10 +1,14 @@
 // The simulated board itself: clock and SysTick, UART pacing and interrupts,
 // the FRAM on I2C, the card's names and open modes, and power cycles through
-// the supervisor (hibernation, wake sources, resets, crashes).
+// the supervisor (hibernation, wake sources, resets, crashes), the state
+// folder across runs (stops, cuts, the lock, damaged files) and the pty link.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -12,10 +16,13 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "ff.h"
+#include "host_link.h"
+#include "scenario.h"
 #include "hibernate.h"
 #include "hw_types.h"
 #include "i2c.h"
@@ -416,6 +423,7 @@ TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
                         "boot 1 active 1 status 11 rtc 1035\n");
     EXPECT_EQ(r.cycles, 5);
     EXPECT_EQ(r.stop, "time up");
+    EXPECT_EQ(r.power, "hibernating");
     EXPECT_EQ(r.rtc, 1040u);
     for (auto e : r.ends) {
         EXPECT_EQ(e, sim::EndReason::Hibernated);
@@ -482,4 +490,230 @@ TEST(SimSupervisor, TheProgramProvisionsAFactoryBoard) {
     std::string fram((std::istreambuf_iterator<char>(f)), {});
     EXPECT_EQ(fram.size(), 32768u);
     EXPECT_TRUE(std::filesystem::is_directory(o.state_dir + "/card"));
+}
+
+// ---- the state folder across runs ---------------------------------------------
+
+namespace {
+
+// Deploys a new board with a 20 s period; its samples fall 20 s apart.
+const char kDeploy20[] = "1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n";
+
+std::string slurp(const std::string &p) {
+    std::ifstream f(p, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(f)), {});
+}
+
+// The card's sample lines must number 0, 1, 2... and, from the second on,
+// lie 20 s apart: what a deployment left alone writes. Returns the count.
+size_t check_grid(const scenario::Board &b) {
+    std::istringstream in(b.cardFile("NONAME.TXT"));
+    size_t n = 0;
+    long last = -1;
+    for (std::string l; std::getline(in, l);) {
+        unsigned num, mo, d, y, h, mi, sec;
+        if (std::sscanf(l.c_str(), "#%u\t%u/%u/%u %u:%u:%u", &num, &mo, &d, &y, &h, &mi, &sec) !=
+            7) {
+            continue;
+        }
+        long t = long(h) * 3600 + mi * 60 + sec;
+        EXPECT_EQ(num, n) << l;
+        if (n >= 2) {
+            EXPECT_EQ(t - last, 20) << l;
+        }
+        last = t;
+        ++n;
+    }
+    return n;
+}
+
+pid_t start_sim(const std::vector<std::string> &args) {
+    fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        int null = open("/dev/null", O_RDWR);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(null, 2);
+        std::vector<char *> argv{const_cast<char *>(FENWA_SIM_PATH)};
+        for (auto &a : args) {
+            argv.push_back(const_cast<char *>(a.c_str()));
+        }
+        argv.push_back(nullptr);
+        execv(FENWA_SIM_PATH, argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+int wait_sim(pid_t pid) {
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// The pid holding the state folder's lock (0: none) as a second simulator sees it.
+pid_t holder(const std::string &dir) {
+    int fd = open((dir + "/board.txt").c_str(), O_RDWR);
+    if (fd < 0) {
+        return 0;
+    }
+    struct flock fl {};
+    fl.l_type = F_WRLCK;
+    fl.l_whence = SEEK_SET;
+    fcntl(fd, F_GETLK, &fl);
+    close(fd);
+    return fl.l_type == F_UNLCK ? 0 : fl.l_pid;
+}
+
+bool wait_until(const std::function<bool()> &done) {
+    for (int i = 0; i < 600 && !done(); ++i) {
+        usleep(50000);
+    }
+    return done();
+}
+
+} // namespace
+
+TEST(SimStateFolder, AStoppedDeploymentResumesOnItsGrid) {
+    // --for ends the run in the middle of the second sample: the board runs
+    // on to its hibernation, the next run goes on from there.
+    scenario::Board b;
+    auto r = b.run(kDeploy20, 24.5, {"--result", b.dir() + "/../r.txt"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("the deployed board runs on to its next hibernation"), std::string::npos)
+        << r.err;
+    std::string summary = slurp(b.dir() + "/../r.txt");
+    EXPECT_EQ(summary.substr(0, summary.find("energy_")), // the energy account's keys follow
+              "seconds = 26.481157\npower_cycles = 3\nsamples = 2\nstop = time up\n"
+              "board = deployed\npower = hibernating\nends = hibernated 3\ncrashed = 0\n"
+              "rtc = 26\nexit = 0\n");
+    ASSERT_EQ(b.run("", 70).status, 0);
+    EXPECT_EQ(check_grid(b), 5u);
+
+    // SIGTERM at whatever instant of a long fast run: the same.
+    scenario::Board c;
+    ASSERT_EQ(c.run(kDeploy20, 10).status, 0);
+    pid_t pid = start_sim({"--state", c.dir(), "--fast", "--for", "1000000"});
+    ASSERT_TRUE(wait_until([&] { return check_grid(c) >= 3; }));
+    kill(pid, SIGTERM);
+    EXPECT_EQ(wait_sim(pid), 0);
+    EXPECT_NE(slurp(c.dir() + "/board.txt").find("power = hibernating"), std::string::npos);
+    size_t before = check_grid(c);
+    ASSERT_EQ(c.run("", 100).status, 0);
+    EXPECT_EQ(check_grid(c), before + 5);
+}
+
+TEST(SimStateFolder, ACutKeepsWhatTheBoardWroteAndTheDeploymentGoesOn) {
+    scenario::Board b;
+    ASSERT_EQ(b.run(kDeploy20, 10).status, 0);
+    // the second sample starts at 14 s of this run: a cut half a second in
+    auto r = b.run("", 30, {"--cut-power-at", "14.5", "--result", b.dir() + "/../r.txt"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::string res = slurp(b.dir() + "/../r.txt");
+    EXPECT_NE(res.find("stop = power cut\nboard = deployed\npower = awake\n"), std::string::npos)
+        << res;
+    r = b.run("", 60);
+    EXPECT_NE(r.err.find("power was cut while it was awake"), std::string::npos) << r.err;
+    EXPECT_GE(check_grid(b), 4u);
+    // a SIGKILL at whatever instant: the same
+    pid_t pid = start_sim({"--state", b.dir(), "--fast", "--for", "1000000"});
+    size_t n = check_grid(b);
+    ASSERT_TRUE(wait_until([&] { return check_grid(b) >= n + 3; }));
+    kill(pid, SIGKILL);
+    wait_sim(pid);
+    n = check_grid(b);
+    ASSERT_EQ(b.run("", 200).status, 0);
+    // the sample in flight when the power went may come again, once
+    std::istringstream in(b.cardFile("NONAME.TXT"));
+    size_t lines = 0, repeats = 0;
+    long last = -1;
+    for (std::string l; std::getline(in, l);) {
+        long num;
+        if (std::sscanf(l.c_str(), "#%ld", &num) == 1) {
+            repeats += num == last;
+            EXPECT_TRUE(num == last || num == last + 1) << l;
+            last = num;
+            ++lines;
+        }
+    }
+    EXPECT_LE(repeats, 1u);
+    EXPECT_GE(lines, n + 9);
+}
+
+TEST(SimStateFolder, OneSimulatorPerFolder) {
+    scenario::Board b;
+    ASSERT_EQ(b.run("1 version\\r\n", 2).status, 0);
+    pid_t pid = start_sim({"--state", b.dir(), "--realtime", "--for", "600"});
+    ASSERT_TRUE(wait_until([&] { return holder(b.dir()) == pid; }));
+    auto r = b.run("1 version\\r\n", 2);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "fenwa-sim: the state folder " + b.dir() +
+                         " is in use by another fenwa-sim (process " + std::to_string(pid) + ")\n");
+    kill(pid, SIGTERM);
+    EXPECT_EQ(wait_sim(pid), 0);
+    EXPECT_EQ(b.run("1 version\\r\n", 2).status, 0);
+}
+
+TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
+    namespace fs = std::filesystem;
+    auto set_line = [](const std::string &dir, const std::string &key, const std::string &v) {
+        std::string t = slurp(dir + "/board.txt");
+        size_t a = t.find("\n" + key + " = ") + 1, e = t.find('\n', a);
+        std::ofstream(dir + "/board.txt") << t.substr(0, a) + key + " = " + v + t.substr(e);
+    };
+    auto resize = [](const std::string &p, size_t n) { fs::resize_file(p, n); };
+    struct Case {
+        std::function<void(const std::string &)> damage;
+        int status;
+        std::string file, message; // file: the state file named
+        uintmax_t eeprom, fram;    // sizes afterwards
+    } cases[] = {
+        {[&](auto &d) { set_line(d, "rtc", "noon"); }, 0, "board.txt",
+         ": \"rtc = noon\" is not a number: the clock starts at 0 (1970) and a power-on start",
+         4096, 32768},
+        {[&](auto &d) { set_line(d, "power", "asleep"); }, 0, "board.txt",
+         ": power = \"asleep\" is not hibernating, awake or off: a power-on start", 4096, 32768},
+        {[](auto &d) { fs::remove(d + "/board.txt"); }, 0, "board.txt",
+         " is missing or empty: a power-on start", 4096, 32768},
+        {[&](auto &d) { resize(d + "/eeprom.bin", 100); }, 0, "eeprom.bin",
+         " is 100 bytes, not 4096: erased bytes fill it", 4096, 32768},
+        {[&](auto &d) { resize(d + "/fram.bin", 40000); }, 0, "fram.bin",
+         " is 40000 bytes, not 32768: the bytes past 32768 are cut off", 4096, 32768},
+        {[](auto &d) { fs::remove(d + "/fram.bin"); }, 0, "fram.bin",
+         " is missing: a zeroed FRAM is written (the firmware assigns its defaults)", 4096, 32768},
+        {[](auto &d) { fs::remove(d + "/eeprom.bin"); }, 0, "eeprom.bin",
+         " is missing: a factory EEPROM is written", 4096, 32768},
+        {[](auto &d) {
+             fs::remove(d + "/eeprom.bin");
+             fs::create_directory(d + "/eeprom.bin");
+         },
+         1, "eeprom.bin",
+         " is not a regular file (a folder): the board's state cannot be kept; move it away", 0,
+         32768},
+    };
+    for (auto &c : cases) {
+        scenario::Board b;
+        ASSERT_EQ(b.run("1 period 33\\r\n", 2).status, 0);
+        c.damage(b.dir());
+        auto r = b.run("1 getperiod\\r\n", 2);
+        EXPECT_EQ(r.status, c.status) << r.err;
+        EXPECT_NE(r.err.find("fenwa-sim: " + b.dir() + "/" + c.file + c.message), std::string::npos)
+            << r.err;
+        std::error_code ec;
+        EXPECT_EQ(fs::file_size(b.dir() + "/eeprom.bin", ec), c.eeprom ? c.eeprom : uintmax_t(-1));
+        EXPECT_EQ(fs::file_size(b.dir() + "/fram.bin", ec), c.fram);
+        for (auto &e : fs::directory_iterator(b.dir())) {
+            EXPECT_TRUE(e.path().extension() != ".tmp") << e.path();
+        }
+    }
+    // no folder can be made where a file is
+    scenario::Board b;
+    ASSERT_EQ(b.run("1 version\\r\n", 1).status, 0);
+    auto r = b.run("1 version\\r\n", 1, {"--state", b.dir() + "/eeprom.bin/x"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(
+        r.err.rfind("fenwa-sim: cannot create the state folder " + b.dir() + "/eeprom.bin/x: ", 0),
+        0u)
+        << r.err;
 }

@@ -16,6 +16,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "board/i2c_fram.h"
+#include "core/system.h"
 #include "interrupt.h"
 #include "isr.h"
 #include "sysctl.h"
@@ -48,6 +50,8 @@ const char *to_string(EndReason r) {
         return "crash";
     case EndReason::Returned:
         return "returned";
+    case EndReason::PowerCut:
+        return "power cut";
     }
     return "?";
 }
@@ -58,6 +62,7 @@ void default_state(BoardState &s) {
     s.rtc_trim = 0x7FFF;
     s.console_baud = 115200;
     s.deadline = kNever;
+    s.cut_at = kNever;
 }
 
 BoardState *map_state() {
@@ -143,7 +148,7 @@ Board &make_board() {
 }
 
 uint64_t Board::compute_limit() const {
-    uint64_t l = st->deadline;
+    uint64_t l = std::min(st->deadline, st->cut_at);
     if (mode == Mode::InProcess) {
         l = std::min(l, knobs.time_limit);
     }
@@ -153,16 +158,47 @@ uint64_t Board::compute_limit() const {
     return l;
 }
 
+bool Board::deployed() const {
+    uint32_t state = 0;
+    std::memcpy(&state, st->fram + FRAM_ADDR_SYS_SAMP, sizeof state);
+    return state == DEPLOYED;
+}
+
+// A stop request: a deployed board runs on to its next hibernation (for an
+// hour of board time at most: then its power is cut); any other stops now.
+void Board::stop_request(EndReason now_reason) {
+    if (!st->stop_requested && deployed()) {
+        st->stop_requested = true;
+        st->deadline = kNever;
+        st->script_guard = 0;
+        st->cut_at = std::min(st->cut_at, now() + 3600 * kCpuHz);
+        touch();
+        std::string line = std::string("fenwa-sim: stopping: the deployed board runs on to "
+                                       "its next hibernation (a second request cuts the power)") +
+                           (quit_key ? "\r\n" : "\n");
+        ssize_t r = write(2, line.data(), line.size());
+        (void)r;
+        return;
+    }
+    end_cycle(st->stop_requested ? EndReason::PowerCut : now_reason);
+}
+
 void Board::check_limit_slow() {
     if (child_stop_requested && mode == Mode::Child) {
-        end_cycle(EndReason::Stopped);
+        child_stop_requested = 0;
+        stop_request(EndReason::Stopped);
     }
     update();
     if (now() >= limit_) {
         if (mode == Mode::InProcess) {
             throw CycleEnd{EndReason::TimeUp};
         }
-        end_cycle(EndReason::TimeUp);
+        if (now() >= st->cut_at) {
+            end_cycle(EndReason::PowerCut);
+        }
+        stop_request(EndReason::TimeUp);
+        limit_ = compute_limit();
+        update();
     }
 }
 
@@ -319,8 +355,9 @@ void Board::poll_input(int64_t timeout_ns) {
         return;
     }
     for (ssize_t i = 0; i < n; ++i) {
-        if (quit_key && buf[i] == 0x1D) {
-            end_cycle(EndReason::Quit);
+        if (quit_key && (buf[i] == 0x1D || buf[i] == 0x03)) {
+            stop_request(EndReason::Quit);
+            continue;
         }
         console->type_live(buf[i], now());
     }

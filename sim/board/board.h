@@ -165,6 +165,7 @@ class Board {
     std::string temp_card; // made on first use by a unit test, removed at exit
     FATFS *mounted = nullptr;
 
+    int state_fd = -1;     // board.txt of the run's state folder (-1: none)
     int input_fd = -1;     // live console input (real-time runs)
     int done_fd = -1;      // a power cycle forked ahead reports its end here
     bool quit_key = false; // Ctrl-] ends the run
@@ -242,6 +243,8 @@ class Board {
         }
     }
     void check_limit_slow();
+    bool deployed() const; // the FRAM's sampling state says DEPLOYED
+    void stop_request(EndReason now_reason);
     void rt_sync() {
         if (st->realtime || input_fd >= 0) {
             rt_sync_wall();
@@ -250,6 +253,10 @@ class Board {
     void rt_sync_wall();
     void poll_input(int64_t timeout_ns);
     [[noreturn]] void end_cycle(EndReason r);
+    // Writes the clock and the hibernation module to board.txt (when the run
+    // has a state folder): called whenever they change, so a cut keeps them.
+    void save_clock(bool exact = false); // exact: no padding (the end of a run)
+    std::string clock_text() const;
     void warn(const std::string &msg);
 
     uint32_t rtc_now() const;

@@ -1,6 +1,10 @@
 // Hibernation module with its RTC, and the on-chip EEPROM. Both keep their
 // contents in BoardState, so they outlive every power cycle of a run.
 // HibernateRequest ends the power cycle; the supervisor picks the wake-up.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "board.h"
@@ -25,10 +29,65 @@ void check_match(sim::Board &b) {
         s.hib_status |= HIBERNATE_INT_RTC_MATCH_0;
     }
 }
+// A register of the module changes: board.txt follows at once.
+void set_kept(sim::Board &b, uint32_t &reg, uint32_t value) {
+    if (reg != value) {
+        reg = value;
+        b.save_clock();
+    }
+}
 } // namespace
 
+namespace sim {
+
+std::string Board::clock_text() const {
+    const BoardState &s = *st;
+    uint64_t into =
+        uint64_t((int64_t(s.now) - s.rtc_base_cycles) % int64_t(kCpuHz) + int64_t(kCpuHz)) % kCpuHz;
+    char t[640];
+    int n = std::snprintf(
+        t, sizeof t,
+        "# fenwa-sim board state (key = value). Remove it for a power-on reset.\n"
+        "power = %s\nrtc = %u\nrtc_subsecond_cycles = %llu\nrtc_match = %u\n"
+        "wake_flags = 0x%x\nstatus = 0x%x\nint_mask = 0x%x\nrtc_trim = 0x%x\n"
+        "clock_config = 0x%x\nmodule_running = %d\nrtc_enabled = %d\npower_cycles = %llu\n"
+        "last_end = %s\n",
+        s.hibernating ? "hibernating" : (s.power_off ? "off" : "awake"), rtc_now(),
+        (unsigned long long)into, s.rtc_match, s.wake_flags, s.hib_status, s.hib_int_mask,
+        s.rtc_trim, s.clock_config, s.module_enabled ? 1 : 0, s.rtc_enabled ? 1 : 0,
+        (unsigned long long)s.lifetime_cycles, to_string(s.last_end));
+    return std::string(t, size_t(n));
+}
+
+// One write in place: a cut between two writes leaves one or the other, and
+// a shorter text is padded with blank lines rather than truncated.
+void Board::save_clock(bool exact) {
+    if (state_fd < 0) {
+        return;
+    }
+    std::string t = clock_text();
+    if (exact && ftruncate(state_fd, off_t(t.size())) == 0) {
+        st->board_txt_len = uint32_t(t.size());
+    }
+    if (t.size() < st->board_txt_len) {
+        t.append(st->board_txt_len - t.size(), '\n');
+    }
+    ssize_t n = pwrite(state_fd, t.data(), t.size(), 0);
+    if (n != ssize_t(t.size())) {
+        st->save_errno = n < 0 ? errno : ENOSPC;
+        return;
+    }
+    st->board_txt_len = uint32_t(t.size());
+}
+
+} // namespace sim
+
 void HibernateEnableExpClk(uint32_t) {
-    hib().st->module_enabled = true;
+    sim::Board &b = hib();
+    if (!b.st->module_enabled) {
+        b.st->module_enabled = true;
+        b.save_clock();
+    }
 }
 
 // Non-zero when the module was already running when this power cycle began
@@ -50,19 +109,26 @@ void HibernateIntClear(uint32_t intFlags) {
 }
 
 void HibernateIntDisable(uint32_t intFlags) {
-    hib().st->hib_int_mask &= ~intFlags;
+    sim::Board &b = hib();
+    set_kept(b, b.st->hib_int_mask, b.st->hib_int_mask & ~intFlags);
 }
 void HibernateGPIORetentionDisable(void) {
     hib();
 }
 void HibernateClockConfig(uint32_t config) {
-    hib().st->clock_config = config;
+    sim::Board &b = hib();
+    set_kept(b, b.st->clock_config, config);
 }
 void HibernateRTCTrimSet(uint32_t trim) {
-    hib().st->rtc_trim = trim;
+    sim::Board &b = hib();
+    set_kept(b, b.st->rtc_trim, trim);
 }
 void HibernateRTCEnable(void) {
-    hib().st->rtc_enabled = true;
+    sim::Board &b = hib();
+    if (!b.st->rtc_enabled) {
+        b.st->rtc_enabled = true;
+        b.save_clock();
+    }
 }
 uint32_t HibernateRTCGet(void) {
     return hib().rtc_now();
@@ -73,13 +139,14 @@ void HibernateRTCSet(uint32_t seconds) {
     b.st->rtc_base = seconds;
     b.st->rtc_base_cycles = int64_t(b.now());
     b.st->match_armed = b.st->rtc_match > seconds;
+    b.save_clock();
 }
 
 void HibernateRTCMatchSet(uint32_t match, uint32_t value) {
     sim::Board &b = hib();
     if (match == 0) {
-        b.st->rtc_match = value;
         b.st->match_armed = value > b.rtc_now();
+        set_kept(b, b.st->rtc_match, value);
     }
 }
 
@@ -87,7 +154,8 @@ uint32_t HibernateRTCMatchGet(uint32_t match) {
     return match == 0 ? hib().st->rtc_match : 0;
 }
 void HibernateWakeSet(uint32_t wakeFlags) {
-    hib().st->wake_flags = wakeFlags;
+    sim::Board &b = hib();
+    set_kept(b, b.st->wake_flags, wakeFlags);
 }
 uint32_t HibernateWakeGet(void) {
     return hib().st->wake_flags;
@@ -107,6 +175,8 @@ void HibernateRequest(void) {
     }
     // Power goes: whatever is still in a transmitter is lost.
     b.st->hibernating = true;
+    b.st->last_end = sim::EndReason::Hibernated;
+    b.save_clock();
     b.end_cycle(sim::EndReason::Hibernated);
 }
 

@@ -72,9 +72,16 @@ const std::vector<Opt> &table() {
              o.has_script = true;
              return true;
          }},
-        {"--for", "SECONDS", "stop after this much simulated time",
+        {"--for", "SECONDS",
+         "stop after this much simulated time (a deployed board awake then runs on to its "
+         "next hibernation)",
          [](Options &o, const std::string &v, std::string &err) {
              return number(v, o.for_seconds, err, "--for");
+         }},
+        {"--cut-power-at", "SECONDS",
+         "cut the power at this simulated time, whatever the board is doing",
+         [](Options &o, const std::string &v, std::string &err) {
+             return number(v, o.cut_at_seconds, err, "--cut-power-at");
          }},
         {"--pty", nullptr, "console on a new pseudo-terminal (its path is printed)",
          [](Options &o, const std::string &, std::string &) {
@@ -207,12 +214,19 @@ const std::vector<Opt> &table() {
 
 std::string usage() {
     std::string u =
-        "usage: fenwa-sim [--state DIR] [--script FILE] [--for SECONDS] [--pty] "
+        "usage: fenwa-sim [--state DIR] [--script FILE] [--for SECONDS] [--cut-power-at SECONDS]\n"
+        "                 [--pty] "
         "[--realtime|--fast]\n"
         "                 [--rtc SECONDS] [--card-absent] [--card-full] [--card-error]\n"
         "                 [--blank-eeprom] [--hib-fail] [--help]\n"
         "Runs the Fenwa controller firmware on a simulated board.\n"
-        "Without --script the console is this terminal (Ctrl-] quits).\n"
+        "Without --script the console is this terminal (Ctrl-] or Ctrl-C stops).\n"
+        "Stopping (--for, SIGTERM, SIGINT, Ctrl-], Ctrl-C): a deployed board that is awake\n"
+        "runs on to its next hibernation, so the next run on the folder resumes its\n"
+        "schedule; any other board stops at once (its next start is a power-on). A second\n"
+        "request, --cut-power-at or SIGKILL cuts the power at that instant: the EEPROM,\n"
+        "FRAM and clock keep what the board had written, and the hibernation module runs\n"
+        "on from its backup cell, as on the real board after its supply is lost.\n"
         "Script lines: SECONDS TEXT (C escapes \\r \\n \\t \\\\ \\xHH; # comments).\n\n";
     for (const Opt &o : table()) {
         std::string left = std::string("  ") + o.name + (o.arg ? std::string(" ") + o.arg : "");
@@ -275,6 +289,11 @@ std::vector<std::string> to_args(const Options &o) {
         char b[64];
         std::snprintf(b, sizeof b, "%.17g", o.for_seconds);
         a.insert(a.end(), {"--for", b});
+    }
+    if (o.cut_at_seconds >= 0) {
+        char b[64];
+        std::snprintf(b, sizeof b, "%.17g", o.cut_at_seconds);
+        a.insert(a.end(), {"--cut-power-at", b});
     }
     if (o.pty) {
         a.push_back("--pty");

@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "board/i2c_fram.h"
 #include "core/system.h"
 #include "energy.h"
 #include "hibernate.h"
@@ -30,10 +31,25 @@ namespace sim {
 volatile sig_atomic_t g_stop = 0;
 volatile pid_t g_child = -1;
 
+// The first request stops the run (a deployed board first runs on to its
+// next hibernation), the second cuts the power at once.
 void on_stop_signal(int) {
-    g_stop = 1;
-    if (g_child > 0) {
-        kill(g_child, SIGTERM);
+    if (g_stop < 2) {
+        g_stop = g_stop + 1;
+    }
+    forward_stop(g_child);
+}
+
+void forward_stop(pid_t pid) {
+    static volatile pid_t told = -1; // the power cycle already asked to stop
+    if (pid <= 0 || g_stop == 0) {
+        return;
+    }
+    if (g_stop >= 2) {
+        kill(pid, SIGKILL); // the power goes: nothing more is written
+    } else if (told != pid) {
+        told = pid;
+        kill(pid, SIGTERM);
     }
 }
 
@@ -82,7 +98,7 @@ namespace {
 
 // One power cycle: the processor starts from reset and runs the entry point.
 [[noreturn]] void child_main(Board &b, void (*entry)()) {
-    child_stop_requested = 0;
+    child_stop_requested = b.st->stop_asked ? 1 : 0;
     b.mode = Board::Mode::Child;
     b.power_on_reset();
     b.st->end_reason = EndReason::None;
@@ -100,26 +116,14 @@ namespace {
 // Waits for a child; forwards a stop request. Returns the wait status.
 int wait_child(pid_t pid) {
     int status = 0;
-    bool sent = false;
-    int64_t since = 0;
     for (;;) {
-        pid_t r = waitpid(pid, &status, g_stop && sent ? WNOHANG : 0);
+        forward_stop(pid);
+        pid_t r = waitpid(pid, &status, 0);
         if (r == pid) {
             return status;
         }
         if (r < 0 && errno != EINTR) {
             return 0;
-        }
-        if (g_stop) {
-            if (!sent) {
-                kill(pid, SIGTERM);
-                sent = true;
-                since = mono_ns();
-            } else if (mono_ns() - since > 2000000000) {
-                kill(pid, SIGKILL); // stuck in a loop without platform calls
-            } else {
-                usleep(10000);
-            }
         }
     }
 }
@@ -226,40 +230,18 @@ void reap(std::vector<pid_t> &exiting, bool wait) {
 // reported its end (the process is reaped later); false when it died
 // without a report, with its wait status in `status`.
 bool wait_report(pid_t pid, int done, int &status) {
-    bool sent = false;
-    int64_t since = 0;
     for (;;) {
+        forward_stop(pid);
         char c;
-        if (!g_stop) {
-            ssize_t n = read(done, &c, 1);
-            if (n == 1) {
-                return true;
-            }
-            if (n < 0 && errno == EINTR) {
-                continue;
-            }
-            status = wait_child(pid);
-            return false;
+        ssize_t n = read(done, &c, 1);
+        if (n == 1) {
+            return true;
         }
-        // stopping: forward it, and give a stuck cycle 2 s
-        if (!sent) {
-            kill(pid, SIGTERM);
-            sent = true;
-            since = mono_ns();
-        } else if (mono_ns() - since > 2000000000) {
-            kill(pid, SIGKILL);
+        if (n < 0 && errno == EINTR) {
+            continue;
         }
-        pollfd p{done, POLLIN, 0};
-        if (poll(&p, 1, 10) > 0) {
-            ssize_t n = read(done, &c, 1);
-            if (n == 1) {
-                return true;
-            }
-            if (n == 0 || errno != EINTR) {
-                status = wait_child(pid);
-                return false;
-            }
-        }
+        status = wait_child(pid);
+        return false;
     }
 }
 
@@ -276,8 +258,9 @@ bool Run::wait_for_wake() {
         const bool pin = (s.wake_flags & HIBERNATE_WAKE_PIN) != 0;
         const bool rtc_ok = (s.wake_flags & HIBERNATE_WAKE_RTC) != 0 && s.rtc_match > b.rtc_now();
         const uint64_t t_rtc = rtc_ok ? b.rtc_cycle_of(s.rtc_match) : kNever;
-        const uint64_t limit = s.deadline;
-        if (script_mode && b.console->script_done() && o.for_seconds < 0 && !live) {
+        const uint64_t limit = std::min(s.deadline, s.cut_at);
+        if (script_mode && b.console->script_done() && o.for_seconds < 0 && o.cut_at_seconds < 0 &&
+            !live) {
             res.stop = "script done";
             return false;
         }
@@ -307,7 +290,8 @@ bool Run::wait_for_wake() {
             if (t == kNever || t > limit) {
                 if (limit != kNever) {
                     s.now = std::max(s.now, limit);
-                    res.stop = "time up";
+                    // a cut while hibernating: the module runs on from its backup cell
+                    res.stop = limit == s.cut_at ? "power cut" : "time up";
                 } else {
                     msg("the board sleeps with no wake source armed: only a power-on reset "
                         "wakes it "
@@ -336,17 +320,27 @@ bool Run::wait_for_wake() {
     }
 }
 
-// Runs power cycles until the run ends, then saves the state folder.
-void Run::power_cycles(Folder &folder) {
-    std::string last_end = "none";
-    int64_t last_save = mono_ns();
+namespace {
+uint32_t sample_counter(const BoardState &s) {
+    uint32_t n = 0;
+    std::memcpy(&n, s.fram + FRAM_ADDR_SYS_SAMP + 12, sizeof n);
+    return n;
+}
+} // namespace
+
+// Runs power cycles until the run ends. The board's state is in the folder
+// all along; the supervisor's part is the wake-up (power = awake, written
+// before the cycle starts) and the end of the run.
+void Run::power_cycles() {
     // fork ahead only where nothing but BoardState changes between cycles
     const bool ahead = !s.realtime && b.input_fd < 0;
+    const uint64_t deadline = s.deadline;
     Spare spare;
     std::vector<pid_t> exiting; // reported their end, not yet reaped
+    uint32_t counter = sample_counter(s);
     for (;;) {
-        if (g_stop) {
-            res.stop = "stopped";
+        if (g_stop >= 2 || (g_stop && s.hibernating)) {
+            res.stop = g_stop >= 2 ? "power cut" : "stopped";
             break;
         }
         if (s.hibernating && !wait_for_wake()) {
@@ -354,6 +348,11 @@ void Run::power_cycles(Folder &folder) {
         }
         s.end_reason = EndReason::None;
         s.cycle_index++;
+        s.lifetime_cycles++;
+        s.hibernating = false;
+        s.power_off = false;
+        s.stop_asked = g_stop != 0;
+        b.save_clock();
         energy_cycle_start(s);
         pid_t pid = -1;
         int done = -1;
@@ -400,9 +399,13 @@ void Run::power_cycles(Folder &folder) {
         g_child = -1;
         energy_cycle_end(s);
         res.cycles++;
-        folder.lifetime_cycles++;
+        uint32_t c = sample_counter(s);
+        res.samples += c >= counter ? c - counter : c; // a new deployment counts from 0
+        counter = c;
         EndReason r = s.end_reason;
-        if (WIFSIGNALED(status)) {
+        if (WIFSIGNALED(status) && (g_stop >= 2 || s.end_reason == EndReason::PowerCut)) {
+            r = EndReason::PowerCut;
+        } else if (WIFSIGNALED(status)) {
             r = EndReason::Crash;
             msg("power cycle " + std::to_string(res.cycles) +
                 " crashed: " + strsignal(WTERMSIG(status)) + " at " +
@@ -414,18 +417,23 @@ void Run::power_cycles(Folder &folder) {
                 std::to_string(WIFEXITED(status) ? WEXITSTATUS(status) : -1) + ")");
         }
         res.ends.push_back(r);
-        last_end = to_string(r);
+        s.last_end = r;
         if (r != EndReason::Hibernated) {
             s.hibernating = false;
         }
-        // save often enough that a killed run loses little, not after every
-        // one of thousands of short cycles
-        if (s.realtime || mono_ns() - last_save > 500000000) {
-            folder.save(s, last_end, folder.lifetime_cycles);
-            last_save = mono_ns();
+        if (s.save_errno != 0) {
+            msg(std::string("cannot write board.txt: ") + std::strerror(s.save_errno) +
+                ": the board's state is not kept");
+            res.exit_code = 1;
+            res.stop = "error";
+            break;
         }
         show_progress(false);
         if (r == EndReason::Hibernated) {
+            if (s.stop_requested || g_stop) {
+                res.stop = s.now >= deadline ? "time up" : "stopped";
+                break;
+            }
             continue;
         }
         if (r == EndReason::Reset) {
@@ -434,7 +442,7 @@ void Run::power_cycles(Folder &folder) {
             continue;
         }
         if (r == EndReason::TimeUp) {
-            res.stop = s.now >= s.deadline ? "time up" : "idle after the script";
+            res.stop = s.now >= deadline ? "time up" : "idle after the script";
         } else if (r == EndReason::Crash) {
             res.crashed = true;
             res.stop = "crash";
@@ -445,7 +453,22 @@ void Run::power_cycles(Folder &folder) {
     }
     drop_spare(spare);
     reap(exiting, true);
-    folder.save(s, last_end, folder.lifetime_cycles);
+    // An awake board that was stopped is switched off (its next start is a
+    // power-on); one whose power was cut keeps its hibernation module, which
+    // runs on from the backup cell.
+    const bool cut = res.stop == "power cut" || s.last_end == EndReason::PowerCut;
+    if (!s.hibernating && !cut) {
+        s.power_off = true;
+    }
+    if (cut) {
+        res.stop = "power cut";
+    }
+    b.save_clock(true);
+    if (s.save_errno != 0 && res.exit_code == 0) {
+        msg(std::string("cannot write board.txt: ") + std::strerror(s.save_errno) +
+            ": the board's state is not kept");
+        res.exit_code = 1;
+    }
 }
 
 // ---- the factory image -----------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -14,6 +15,7 @@
 #include <sstream>
 
 #include "energy.h"
+#include "hibernate.h"
 #include "program.h"
 
 namespace sim {
@@ -62,6 +64,67 @@ void Run::show_progress(bool final) {
     (void)r;
 }
 
+// The summary of a run for a harness: one "key = value" line each. Add a
+// key here and it is in every --result file.
+std::vector<std::pair<std::string, std::string>> summary_lines(const RunResult &res,
+                                                               const Run &run) {
+    std::vector<std::pair<std::string, std::string>> kv;
+    auto add = [&kv](const char *k, const std::string &v) { kv.emplace_back(k, v); };
+    char secs[64];
+    std::snprintf(secs, sizeof secs, "%.6f", res.seconds);
+    add("seconds", secs);
+    add("power_cycles", std::to_string(res.cycles));
+    add("samples", std::to_string(res.samples));
+    add("stop", res.stop);
+    add("board", res.board.empty() ? "unknown" : res.board);
+    add("power", res.power.empty() ? "unknown" : res.power);
+    // how the power cycles ended, each kind once with its count, in order of first end
+    std::string ends;
+    std::vector<std::pair<EndReason, int>> counts;
+    for (EndReason e : res.ends) {
+        auto it = std::find_if(counts.begin(), counts.end(),
+                               [e](const std::pair<EndReason, int> &c) { return c.first == e; });
+        if (it == counts.end()) {
+            counts.emplace_back(e, 1);
+        } else {
+            it->second++;
+        }
+    }
+    for (auto &c : counts) {
+        ends += (ends.empty() ? "" : ", ") + std::string(to_string(c.first)) + " " +
+                std::to_string(c.second);
+    }
+    add("ends", ends.empty() ? "none" : ends);
+    add("crashed", res.crashed ? "1" : "0");
+    add("rtc", std::to_string(res.rtc));
+    add("exit", std::to_string(res.exit_code));
+    std::istringstream energy(energy_result(energy_summary(run.s, run.o.env, run.o.battery_mah)));
+    for (std::string l; std::getline(energy, l);) {
+        size_t eq = l.find(" = ");
+        kv.emplace_back(l.substr(0, eq), l.substr(eq + 3));
+    }
+    return kv;
+}
+
+void write_summary(const std::string &path, RunResult &res, const Run &run) {
+    if (path.empty()) {
+        return;
+    }
+    std::string t;
+    for (auto &kv : summary_lines(res, run)) {
+        t += kv.first + " = " + kv.second + "\n";
+    }
+    if (!write_file_atomic(path, t.data(), t.size())) {
+        std::string m =
+            "fenwa-sim: cannot write the summary " + path + ": " + std::strerror(errno) + "\n";
+        ssize_t r = write(2, m.data(), m.size());
+        (void)r;
+        if (res.exit_code == 0) {
+            res.exit_code = 1;
+        }
+    }
+}
+
 RunResult run_here(const Options &o, int out_fd) {
     RunResult res;
     Board &b = board();
@@ -76,6 +139,8 @@ RunResult run_here(const Options &o, int out_fd) {
         run.msg(m);
         res.exit_code = code;
         res.stop = "error";
+        write_summary(o.result_path, res, run);
+        restore_tty();
         return res;
     };
 
@@ -178,8 +243,21 @@ RunResult run_here(const Options &o, int out_fd) {
         b.card_root = fs::absolute(fs::path(o.state_dir) / "card", ec).string();
     }
 
-    if (!s.hibernating) {
-        // left awake (or new): the batteries went in again
+    s.cut_at =
+        o.cut_at_seconds >= 0 ? uint64_t(std::llround(o.cut_at_seconds * double(kCpuHz))) : kNever;
+    s.stop_requested = false;
+    s.stop_asked = false;
+    s.save_errno = 0;
+    b.state_fd = folder.board_fd();
+    if (!s.hibernating && !s.power_off && s.module_enabled) {
+        // The power was cut while the board was awake: the hibernation module
+        // ran on from its backup cell, and shows only its write-complete bit.
+        run.msg("the board's power was cut while it was awake: it starts again with its "
+                "hibernation module running");
+        s.active_at_start = true;
+        s.hib_status = HIBERNATE_INT_WR_COMPLETE;
+    } else if (!s.hibernating) {
+        // switched off (or new): the batteries went in again
         s.active_at_start = false;
         s.module_enabled = false;
         s.hib_status = 0;
@@ -197,7 +275,7 @@ RunResult run_here(const Options &o, int out_fd) {
     sigaction(SIGHUP, &sa, &old_hup);
     g_stop = 0;
 
-    run.power_cycles(folder);
+    run.power_cycles();
     run.show_progress(true);
     if (res.stop == "stopped") {
         run.msg("stopped at " + fmt_time(double(s.now) / double(kCpuHz)) + " simulated");
@@ -219,26 +297,13 @@ RunResult run_here(const Options &o, int out_fd) {
     if (!o.pty && con.in_fd > 2) {
         close(con.in_fd);
     }
-    if (con.pty_slave >= 0) {
-        close(con.pty_slave);
-        close(con.in_fd);
-    }
+    close_pty(con);
 
-    if (!o.result_path.empty()) {
-        std::ostringstream r;
-        r << "cycles = " << res.cycles << "\n";
-        for (EndReason e : res.ends) {
-            r << "end = " << to_string(e) << "\n";
-        }
-        r << "stop = " << res.stop << "\n"
-          << "crashed = " << (res.crashed ? 1 : 0) << "\n"
-          << "seconds = " << res.seconds << "\n"
-          << "rtc = " << res.rtc << "\n"
-          << "exit = " << res.exit_code << "\n"
-          << energy_result(energy_summary(s, o.env, o.battery_mah));
-        std::string t = r.str();
-        write_file_atomic(o.result_path, t.data(), t.size());
-    }
+    res.board = b.deployed() ? "deployed" : "idle";
+    res.power = s.hibernating ? "hibernating" : (s.power_off ? "off" : "awake");
+    b.state_fd = -1;
+    folder.close();
+    write_summary(o.result_path, res, run);
     reset_board();
     return res;
 }
@@ -305,12 +370,19 @@ RunResult run_program(const Options &opts, const char *program) {
             continue;
         }
         std::string k = line.substr(0, eq), v = line.substr(eq + 3);
-        if (k == "cycles") {
+        if (k == "power_cycles") {
             res.cycles = std::atoi(v.c_str());
-        } else if (k == "end") {
-            for (int e = 0; e <= int(EndReason::Returned); ++e) {
-                if (v == to_string(EndReason(e))) {
-                    res.ends.push_back(EndReason(e));
+        } else if (k == "ends") {
+            std::istringstream es(v);
+            for (std::string part; std::getline(es, part, ',');) {
+                size_t sp = part.find_last_of(' ');
+                std::string name = part.substr(part.find_first_not_of(' '), std::string::npos);
+                name = name.substr(0, name.find_last_of(' '));
+                int n = sp == std::string::npos ? 0 : std::atoi(part.c_str() + sp + 1);
+                for (int e = 0; e <= int(EndReason::PowerCut); ++e) {
+                    if (name == to_string(EndReason(e))) {
+                        res.ends.insert(res.ends.end(), size_t(n), EndReason(e));
+                    }
                 }
             }
         } else if (k == "stop") {
@@ -321,6 +393,12 @@ RunResult run_program(const Options &opts, const char *program) {
             res.seconds = std::atof(v.c_str());
         } else if (k == "rtc") {
             res.rtc = uint32_t(std::strtoul(v.c_str(), nullptr, 10));
+        } else if (k == "samples") {
+            res.samples = std::strtoull(v.c_str(), nullptr, 10);
+        } else if (k == "board") {
+            res.board = v;
+        } else if (k == "power") {
+            res.power = v;
         } else if (k.compare(0, 7, "energy_") == 0) {
             res.energy += line + "\n";
         }

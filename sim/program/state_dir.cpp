@@ -1,9 +1,15 @@
 // The state folder of a board: eeprom.bin, fram.bin, board.txt (the clock and
 // the hibernation module) and card/. A new folder is provisioned as a board
 // leaves the factory.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -35,132 +41,270 @@ std::string read_file(const std::string &p, bool &ok) {
     return ss.str();
 }
 
+// Whole or not at all: a temporary file renamed over the old one, and no
+// temporary left behind when it fails.
 bool write_file_atomic(const std::string &p, const void *data, size_t n) {
     std::string tmp = p + ".tmp";
+    bool ok;
     {
         std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
         if (!f) {
             return false;
         }
         f.write(static_cast<const char *>(data), std::streamsize(n));
-        if (!f) {
-            return false;
+        f.flush();
+        ok = bool(f);
+    }
+    if (ok && std::rename(tmp.c_str(), p.c_str()) == 0) {
+        return true;
+    }
+    int e = errno;
+    std::remove(tmp.c_str());
+    errno = e;
+    return false;
+}
+
+namespace {
+std::string sys_error(int e) {
+    return std::strerror(e);
+}
+} // namespace
+
+Folder::~Folder() {
+    close();
+}
+
+// Maps one image file of the folder over `where`: a missing file gets
+// `fresh`, a file of the wrong size is brought to `size` (filled with
+// `fill`), and from then on every store of the board is in the file.
+bool Folder::map_image(const char *name, uint8_t *where, size_t size, uint8_t fill,
+                       const uint8_t *fresh, const char *missing_note, std::string &log,
+                       std::string &err) {
+    const std::string path = dir_ + "/" + name;
+    struct stat st {};
+    bool exists = lstat(path.c_str(), &st) == 0;
+    if (exists && !S_ISREG(st.st_mode)) {
+        err = path + " is not a regular file (" +
+              (S_ISDIR(st.st_mode) ? std::string("a folder") : std::string("not a file")) +
+              "): the board's state cannot be kept; move it away";
+        return false;
+    }
+    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        err = "cannot open " + path + " for writing: " + sys_error(errno) +
+              ": the board's state cannot be kept";
+        return false;
+    }
+    bool ok = true;
+    if (!exists) {
+        if (missing_note != nullptr) {
+            log += path + " is missing: " + missing_note + "\n";
+        }
+        ok = pwrite(fd, fresh, size, 0) == ssize_t(size);
+    } else if (size_t(st.st_size) != size) {
+        size_t have = size_t(st.st_size);
+        log += path + " is " + std::to_string(have) + " bytes, not " + std::to_string(size) +
+               (have < size
+                    ? std::string(fill == 0xFF ? ": erased bytes fill it" : ": zero bytes fill it")
+                    : std::string(": the bytes past ") + std::to_string(size) + " are cut off") +
+               "\n";
+        if (have < size) {
+            std::vector<uint8_t> pad(size - have, fill);
+            ok = pwrite(fd, pad.data(), pad.size(), off_t(have)) == ssize_t(pad.size());
+        } else {
+            ok = ftruncate(fd, off_t(size)) == 0;
         }
     }
-    return std::rename(tmp.c_str(), p.c_str()) == 0;
+    if (ok) {
+        void *m = mmap(where, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, fd, 0);
+        ok = m != MAP_FAILED;
+    }
+    if (!ok) {
+        err =
+            "cannot write " + path + ": " + sys_error(errno) + ": the board's state cannot be kept";
+    }
+    ::close(fd);
+    return ok;
+}
+
+bool Folder::lock(std::string &err) {
+    const std::string path = dir_ + "/board.txt";
+    struct stat st {};
+    if (lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+        err = path + " is not a regular file: the board's state cannot be kept; move it away";
+        return false;
+    }
+    fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd_ < 0) {
+        err = "cannot open " + path + " for writing: " + sys_error(errno) +
+              ": the board's state cannot be kept";
+        return false;
+    }
+    // A record lock on board.txt: the holder is the supervisor, and a second
+    // simulator can ask who it is.
+    struct flock fl {};
+    fl.l_type = F_WRLCK;
+    fl.l_whence = SEEK_SET;
+    if (fcntl(fd_, F_SETLK, &fl) != 0) {
+        struct flock who = fl;
+        fcntl(fd_, F_GETLK, &who);
+        err = "the state folder " + dir_ + " is in use by another fenwa-sim (process " +
+              std::to_string(who.l_type == F_UNLCK ? -1 : int(who.l_pid)) + ")";
+        ::close(fd_);
+        fd_ = -1;
+        return false;
+    }
+    return true;
 }
 
 bool Folder::load(BoardState &s, bool blank_eeprom, std::string &log, std::string &err) {
     std::error_code ec;
     fs::create_directories(dir_, ec);
     if (!fs::is_directory(dir_)) {
-        err = "cannot create state folder " + dir_;
+        err = "cannot create the state folder " + dir_ + ": " +
+              (ec ? ec.message() : std::string("a file is in the way"));
         return false;
     }
-    fs::create_directories(dir_ + "/card", ec);
-    bool ok = false;
-    std::string e = read_file(dir_ + "/eeprom.bin", ok);
-    if (!ok) {
-        std::array<uint8_t, kEepromBytes> img;
-        img.fill(0xFF);
+    bool fresh_board = !fs::exists(dir_ + "/eeprom.bin") && !fs::exists(dir_ + "/fram.bin") &&
+                       !fs::exists(dir_ + "/board.txt");
+    if (!lock(err)) {
+        return false;
+    }
+    if (!fs::is_directory(dir_ + "/card") && !fs::create_directories(dir_ + "/card", ec)) {
+        err = "cannot make the card folder " + dir_ + "/card: " + ec.message();
+        return false;
+    }
+    std::array<uint8_t, kEepromBytes> img;
+    img.fill(0xFF);
+    if (!fs::exists(dir_ + "/eeprom.bin") && !blank_eeprom) {
         std::string why;
-        if (!blank_eeprom && !factory_eeprom(img, why)) {
+        if (!factory_eeprom(img, why)) {
             log += "factory EEPROM not made (" + why + "): the EEPROM is left erased\n";
         }
-        std::memcpy(s.eeprom, img.data(), kEepromBytes);
-        std::memset(s.fram, 0, kFramBytes);
-        s.hibernating = false;
+    }
+    static const uint8_t zeros[kFramBytes] = {};
+    if (!map_image("eeprom.bin", s.eeprom, kEepromBytes, 0xFF, img.data(),
+                   fresh_board ? nullptr
+                               : (blank_eeprom ? "an erased EEPROM is written"
+                                               : "a factory EEPROM is written"),
+                   log, err) ||
+        !map_image("fram.bin", s.fram, kFramBytes, 0, zeros,
+                   fresh_board ? nullptr
+                               : "a zeroed FRAM is written (the firmware assigns its defaults)",
+                   log, err)) {
+        close();
+        return false;
+    }
+    mapped_ = &s;
+    if (fresh_board) {
         log += "new board in " + dir_ + "\n";
-        return save_images(s, true);
+        s.hibernating = false;
+        s.power_off = true;
+        return true;
     }
-    if (e.size() != kEepromBytes) {
-        log += "eeprom.bin is " + std::to_string(e.size()) +
-               " bytes, not 4096: erased bytes fill it\n";
-        e.resize(kEepromBytes, char(0xFF));
-    }
-    std::memcpy(s.eeprom, e.data(), kEepromBytes);
-    std::string f = read_file(dir_ + "/fram.bin", ok);
-    if (ok && f.size() != kFramBytes) {
-        log += "fram.bin is " + std::to_string(f.size()) + " bytes, not 32768\n";
-    }
-    f.resize(kFramBytes, char(0));
-    std::memcpy(s.fram, f.data(), kFramBytes);
-    saved_eeprom_.assign(s.eeprom, s.eeprom + kEepromBytes);
-    saved_fram_.assign(s.fram, s.fram + kFramBytes);
-    load_board_txt(s);
+    load_board_txt(s, log);
     return true;
 }
 
-bool Folder::save(const BoardState &s, const std::string &last_end, uint64_t lifetime_cycles) {
-    bool ok = save_images(s, false);
-    std::ostringstream t;
-    uint64_t into =
-        uint64_t((int64_t(s.now) - s.rtc_base_cycles) % int64_t(kCpuHz) + int64_t(kCpuHz)) % kCpuHz;
-    t << "# fenwa-sim board state (key = value). Remove it for a power-on reset.\n"
-      << "power = " << (s.hibernating ? "hibernating" : "awake") << "\n"
-      << "rtc = " << board().rtc_now() << "\n"
-      << "rtc_subsecond_cycles = " << into << "\n"
-      << "rtc_match = " << s.rtc_match << "\n"
-      << "wake_flags = 0x" << std::hex << s.wake_flags << "\n"
-      << "status = 0x" << s.hib_status << "\n"
-      << "int_mask = 0x" << s.hib_int_mask << "\n"
-      << "rtc_trim = 0x" << s.rtc_trim << "\n"
-      << "clock_config = 0x" << s.clock_config << std::dec << "\n"
-      << "module_running = " << (s.module_enabled ? 1 : 0) << "\n"
-      << "rtc_enabled = " << (s.rtc_enabled ? 1 : 0) << "\n"
-      << "power_cycles = " << lifetime_cycles << "\n"
-      << "last_end = " << last_end << "\n";
-    std::string txt = t.str();
-    return write_file_atomic(dir_ + "/board.txt", txt.data(), txt.size()) && ok;
+void Folder::close() {
+    if (mapped_ != nullptr) {
+        // the board's memory becomes its own again (the files keep the state)
+        for (auto [p, n] : {std::pair<uint8_t *, size_t>{mapped_->eeprom, kEepromBytes},
+                            std::pair<uint8_t *, size_t>{mapped_->fram, kFramBytes}}) {
+            std::vector<uint8_t> copy(p, p + n);
+            mmap(p, n, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+            std::memcpy(p, copy.data(), n);
+        }
+        mapped_ = nullptr;
+    }
+    if (fd_ >= 0) {
+        ::close(fd_);
+        fd_ = -1;
+    }
 }
 
-bool Folder::save_images(const BoardState &s, bool force) {
-    bool ok = true;
-    if (force || saved_eeprom_.size() != kEepromBytes ||
-        std::memcmp(saved_eeprom_.data(), s.eeprom, kEepromBytes) != 0) {
-        ok &= write_file_atomic(dir_ + "/eeprom.bin", s.eeprom, kEepromBytes);
-        saved_eeprom_.assign(s.eeprom, s.eeprom + kEepromBytes);
+void Folder::load_board_txt(BoardState &s, std::string &log) {
+    std::string text;
+    char buf[4096];
+    ssize_t n;
+    off_t at = 0;
+    while ((n = pread(fd_, buf, sizeof buf, at)) > 0) {
+        text.append(buf, size_t(n));
+        at += n;
     }
-    if (force || saved_fram_.size() != kFramBytes ||
-        std::memcmp(saved_fram_.data(), s.fram, kFramBytes) != 0) {
-        ok &= write_file_atomic(dir_ + "/fram.bin", s.fram, kFramBytes);
-        saved_fram_.assign(s.fram, s.fram + kFramBytes);
+    s.board_txt_len = uint32_t(text.size());
+    const std::string path = dir_ + "/board.txt";
+    if (text.empty()) {
+        log += path + " is missing or empty: a power-on start\n";
+        s.hibernating = false;
+        s.power_off = true;
+        return;
     }
-    return ok;
-}
-
-void Folder::load_board_txt(BoardState &s) {
-    std::ifstream f(dir_ + "/board.txt");
     std::map<std::string, std::string> kv;
+    std::istringstream in(text);
     std::string line;
-    while (std::getline(f, line)) {
-        size_t eq = line.find('=');
-        if (line.empty() || line[0] == '#' || eq == std::string::npos) {
+    int ln = 0;
+    auto trim = [](std::string x) {
+        size_t a = x.find_first_not_of(" \t\r"), b = x.find_last_not_of(" \t\r");
+        return a == std::string::npos ? std::string() : x.substr(a, b - a + 1);
+    };
+    while (std::getline(in, line)) {
+        ++ln;
+        std::string t = trim(line);
+        if (t.empty() || t[0] == '#') {
             continue;
         }
-        auto trim = [](std::string x) {
-            size_t a = x.find_first_not_of(" \t\r"), b = x.find_last_not_of(" \t\r");
-            return a == std::string::npos ? std::string() : x.substr(a, b - a + 1);
-        };
-        kv[trim(line.substr(0, eq))] = trim(line.substr(eq + 1));
+        size_t eq = t.find('=');
+        if (eq == std::string::npos) {
+            log += path + " line " + std::to_string(ln) + " is not \"key = value\": ignored\n";
+            continue;
+        }
+        kv[trim(t.substr(0, eq))] = trim(t.substr(eq + 1));
     }
-    auto num = [&](const char *k, uint64_t dflt) -> uint64_t {
+    bool bad = false;
+    auto num = [&](const char *k, uint64_t dflt, const char *what) -> uint64_t {
         auto it = kv.find(k);
-        return it == kv.end() ? dflt : std::strtoull(it->second.c_str(), nullptr, 0);
+        if (it == kv.end()) {
+            log += path + " has no " + k + ": " + what + "\n";
+            bad = true;
+            return dflt;
+        }
+        const char *p = it->second.c_str();
+        char *end = nullptr;
+        errno = 0;
+        uint64_t v = std::strtoull(p, &end, 0);
+        if (end == p || *end != '\0' || errno != 0 || it->second[0] == '-') {
+            log += path + ": \"" + k + " = " + it->second + "\" is not a number: " + what + "\n";
+            bad = true;
+            return dflt;
+        }
+        return v;
     };
-    s.hibernating = kv["power"] == "hibernating";
-    s.rtc_base = uint32_t(num("rtc", 0));
-    s.rtc_base_cycles = -int64_t(num("rtc_subsecond_cycles", 0) % kCpuHz);
-    s.rtc_match = uint32_t(num("rtc_match", 0));
-    s.wake_flags = uint32_t(num("wake_flags", 0));
-    s.hib_status = uint32_t(num("status", 0));
-    s.hib_int_mask = uint32_t(num("int_mask", 0));
-    s.rtc_trim = uint32_t(num("rtc_trim", 0x7FFF));
-    s.clock_config = uint32_t(num("clock_config", 0));
-    s.module_enabled = num("module_running", 0) != 0;
-    s.rtc_enabled = num("rtc_enabled", 0) != 0;
+    const std::string power = kv.count("power") ? kv["power"] : "";
+    s.hibernating = power == "hibernating";
+    s.power_off = power == "off";
+    if (power != "hibernating" && power != "awake" && power != "off") {
+        log += path + ": power = \"" + power +
+               "\" is not hibernating, awake or off: a power-on start\n";
+        s.power_off = true;
+    }
+    s.rtc_base = uint32_t(num("rtc", 0, "the clock starts at 0 (1970) and a power-on start"));
+    s.rtc_base_cycles = -int64_t(num("rtc_subsecond_cycles", 0, "0 used") % kCpuHz);
+    s.rtc_match = uint32_t(num("rtc_match", 0, "no match"));
+    s.wake_flags = uint32_t(num("wake_flags", 0, "no wake source"));
+    s.hib_status = uint32_t(num("status", 0, "0 used"));
+    s.hib_int_mask = uint32_t(num("int_mask", 0, "0 used"));
+    s.rtc_trim = uint32_t(num("rtc_trim", 0x7FFF, "0x7fff used"));
+    s.clock_config = uint32_t(num("clock_config", 0, "0 used"));
+    s.module_enabled = num("module_running", 0, "a stopped module") != 0;
+    s.rtc_enabled = num("rtc_enabled", 0, "a stopped clock") != 0;
     s.match_armed = s.rtc_match > s.rtc_base;
-    lifetime_cycles = num("power_cycles", 0);
+    s.lifetime_cycles = num("power_cycles", 0, "counted from 0");
+    if (bad && !s.power_off) {
+        log += path + ": a damaged clock state: a power-on start\n";
+        s.hibernating = false;
+        s.power_off = true;
+    }
 }
 
 } // namespace sim
