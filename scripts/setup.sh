@@ -13,8 +13,9 @@ packages=(
     python3
     dosfstools mtools
 )
-# Wanted but not needed: without QEMU the emulated boot test reports a skip.
-optional=(qemu-system-arm)
+# Wanted but not needed: without QEMU the emulated boot test reports a skip;
+# without these the tests of the Python tools (tools/) that need them do.
+optional=(qemu-system-arm python3-pandas python3-matplotlib python3-serial)
 
 missing=()
 for pkg in "${packages[@]}"; do

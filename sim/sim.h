@@ -33,6 +33,17 @@ enum class EndReason : int32_t {
 };
 const char *to_string(EndReason r);
 
+// Supplies whose time on the energy account counts (sim/program/energy.h).
+enum Supply : int {
+    kSupplyCpu,
+    kSupplyIso,
+    kSupplyCtd,
+    kSupplyInst,
+    kSupplyPump,
+    kSupplyCard,
+    kSupplies
+};
+
 struct BoardState {
     uint64_t now; // CPU cycles at 50 MHz since the start of the run
     // RTC seconds = rtc_base + floor((now - rtc_base_cycles) / kCpuHz)
@@ -84,7 +95,27 @@ struct BoardState {
     EndReason last_end;       // how the last power cycle ended (board.txt)
     int32_t save_errno;       // board.txt could not be written (0: fine)
     uint32_t board_txt_len;   // bytes board.txt holds (shorter texts are padded)
+    // energy account: CPU cycles each supply has been on, and since when (0: off)
+    uint64_t supply_on[kSupplies];
+    uint64_t supply_since[kSupplies];
+    uint64_t supply_at_cycle_start[kSupplies];
+    uint64_t first_sample_on[kSupplies]; // supply_on when the first sampling cycle began
+    uint64_t first_sample_at;
+    uint32_t samples; // power cycles that ran the analog front end
 };
+
+// Hooks where the board switches a supply; a cycle's end switches all off.
+inline void supply_switch(BoardState &s, Supply w, bool on) {
+    if (on && s.supply_since[w] == 0) {
+        s.supply_since[w] = s.now + 1; // +1: a switch at cycle 0 is still "on"
+    } else if (!on && s.supply_since[w] != 0) {
+        s.supply_on[w] += s.now + 1 - s.supply_since[w];
+        s.supply_since[w] = 0;
+    }
+}
+inline void supply_add(BoardState &s, Supply w, uint64_t cycles) {
+    s.supply_on[w] += cycles;
+}
 
 // ---- whole runs -------------------------------------------------------------
 // The water at the instrument at one moment.
@@ -153,6 +184,8 @@ struct Options {
     bool eeprom_error = false; // EEPROMInit reports an error
     int progress = -1;         // -1: when stderr is a terminal
     std::string result_path;   // write a key = value summary here
+    std::string currents_path; // overrides of the energy account's currents
+    double battery_mah = 0;    // > 0: days on a battery of this capacity
     // Code of each power cycle; nullptr = the firmware. Only for runs that fork
     // from this process (run_here, or run() when it is set).
     void (*entry)() = nullptr;
@@ -171,6 +204,7 @@ struct RunResult {
     std::string board;    // the board at the end: "deployed" or "idle"
     std::string power;    // "hibernating", "awake" (power cut) or "off"
     uint32_t rtc = 0;     // RTC at the end
+    std::string energy;   // the energy account's "energy_..." lines of the summary
 };
 
 // Runs a scenario in a fresh process (the fenwa-sim program when the build

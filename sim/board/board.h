@@ -61,6 +61,7 @@ class ConsoleLine : public SerialDevice {
     bool immediate_ = false;
     std::string capture_;
     std::string pending_;
+    std::string line_; // start of the line being sent
 };
 
 struct Uart {

@@ -46,7 +46,9 @@ uint32_t g_free_cache = 0;
 
 void card_time(uint64_t bytes) {
     Board &b = board();
-    b.advance_to(b.now() + kCardCallCycles + bytes * kCardByteCycles);
+    uint64_t busy = kCardCallCycles + bytes * kCardByteCycles;
+    sim::supply_add(*b.st, sim::kSupplyCard, busy);
+    b.advance_to(b.now() + busy);
 }
 
 FRESULT ready(bool need_mount = true) {

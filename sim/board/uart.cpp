@@ -56,6 +56,18 @@ bool ConsoleLine::script_done() const {
 }
 
 void ConsoleLine::receive(uint8_t byte, uint64_t) {
+    // The board has no pump line yet: the firmware's notice marks the switch.
+    if (byte == '\n') {
+        static const char kOn[] = "pump_on is PCAL", kOff[] = "pump_off is PCAL";
+        if (line_.compare(0, sizeof kOn - 1, kOn) == 0) {
+            supply_switch(*st_, kSupplyPump, true);
+        } else if (line_.compare(0, sizeof kOff - 1, kOff) == 0) {
+            supply_switch(*st_, kSupplyPump, false);
+        }
+        line_.clear();
+    } else if (byte != '\r' && line_.size() < 24) {
+        line_.push_back(char(byte));
+    }
     if (out_fd_ < 0) {
         capture_.push_back(char(byte));
         return;
@@ -265,9 +277,18 @@ void UARTFIFOLevelSet(uint32_t base, uint32_t txLevel, uint32_t) {
     }
 }
 
+// An instrument on the CTD or instrument port draws its measuring current
+// from the port's set-up to the end of the power cycle.
+static void port_supply(const sim::Uart &u, bool on) {
+    if (u.dev != nullptr && (u.index == 3 || u.index == 4)) {
+        sim::supply_switch(*board().st, u.index == 4 ? sim::kSupplyCtd : sim::kSupplyInst, on);
+    }
+}
+
 void UARTEnable(uint32_t base) {
     if (sim::Uart *u = port_change(base)) {
         u->enabled = true;
+        port_supply(*u, true);
         u->check_rate();
         u->start_next(board().now());
     }
@@ -285,6 +306,7 @@ void UARTDisable(uint32_t base) {
         b.advance_to(u->shift_done);
     }
     u->enabled = false;
+    port_supply(*u, false);
     u->rx.clear();
     u->tx.clear();
     b.touch();

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "energy.h"
 #include "sim.h"
 
 namespace sim {
@@ -151,6 +152,15 @@ const std::vector<Opt> &table() {
              }
              o.env.seed = uint64_t(d);
              return true;
+         }},
+        {"--battery-mAh", "MAH", "battery capacity: days on it in the energy figures",
+         [](Options &o, const std::string &v, std::string &err) {
+             return value(v, o.battery_mah, err, "--battery-mAh", 0, 1e9);
+         }},
+        {"--currents", "FILE", "override currents of the energy account (\"key = mA\" lines)",
+         [](Options &o, const std::string &v, std::string &err) {
+             o.currents_path = v;
+             return load_currents(v, err);
          }},
         {"--ctd", "TYPE", "CTD on the CTD port: sbe37, aand5860 or none",
          [](Options &o, const std::string &v, std::string &err) {
@@ -403,6 +413,14 @@ std::vector<std::string> to_args(const Options &o) {
     }
     if (!o.result_path.empty()) {
         a.insert(a.end(), {"--result", o.result_path});
+    }
+    if (!o.currents_path.empty()) {
+        a.insert(a.end(), {"--currents", o.currents_path});
+    }
+    if (o.battery_mah > 0) {
+        char b[32];
+        std::snprintf(b, sizeof b, "%.17g", o.battery_mah);
+        a.insert(a.end(), {"--battery-mAh", b});
     }
     return a;
 }

@@ -19,6 +19,7 @@
 
 #include "board/i2c_fram.h"
 #include "core/system.h"
+#include "energy.h"
 #include "hibernate.h"
 #include "program.h"
 #include "sysctl.h"
@@ -352,6 +353,7 @@ void Run::power_cycles() {
         s.power_off = false;
         s.stop_asked = g_stop != 0;
         b.save_clock();
+        energy_cycle_start(s);
         pid_t pid = -1;
         int done = -1;
         if (ahead && spare.pid < 0) {
@@ -395,6 +397,7 @@ void Run::power_cycles() {
             close(done);
         }
         g_child = -1;
+        energy_cycle_end(s);
         res.cycles++;
         uint32_t c = sample_counter(s);
         res.samples += c >= counter ? c - counter : c; // a new deployment counts from 0

@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <sstream>
 
+#include "energy.h"
 #include "hibernate.h"
 #include "program.h"
 
@@ -49,14 +50,15 @@ void Run::show_progress(bool final) {
     }
     last_progress = w;
     double t = double(s.now) / double(kCpuHz);
-    char b2[160];
+    std::string e = energy_progress(energy_summary(s, o.env, o.battery_mah));
+    char b2[256];
     if (o.for_seconds >= 0) {
-        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s of %s simulated, %d power cycles%s",
-                      fmt_time(t).c_str(), fmt_time(o.for_seconds).c_str(), res.cycles,
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s of %s simulated, %d power cycles%s%s",
+                      fmt_time(t).c_str(), fmt_time(o.for_seconds).c_str(), res.cycles, e.c_str(),
                       final ? "\n" : "");
     } else {
-        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s simulated, %d power cycles%s",
-                      fmt_time(t).c_str(), res.cycles, final ? "\n" : "");
+        std::snprintf(b2, sizeof b2, "\r\033[K[fenwa-sim] %s simulated, %d power cycles%s%s",
+                      fmt_time(t).c_str(), res.cycles, e.c_str(), final ? "\n" : "");
     }
     ssize_t r = write(2, b2, std::strlen(b2));
     (void)r;
@@ -64,7 +66,8 @@ void Run::show_progress(bool final) {
 
 // The summary of a run for a harness: one "key = value" line each. Add a
 // key here and it is in every --result file.
-std::vector<std::pair<std::string, std::string>> summary_lines(const RunResult &res, const Run &) {
+std::vector<std::pair<std::string, std::string>> summary_lines(const RunResult &res,
+                                                               const Run &run) {
     std::vector<std::pair<std::string, std::string>> kv;
     auto add = [&kv](const char *k, const std::string &v) { kv.emplace_back(k, v); };
     char secs[64];
@@ -95,6 +98,11 @@ std::vector<std::pair<std::string, std::string>> summary_lines(const RunResult &
     add("crashed", res.crashed ? "1" : "0");
     add("rtc", std::to_string(res.rtc));
     add("exit", std::to_string(res.exit_code));
+    std::istringstream energy(energy_result(energy_summary(run.s, run.o.env, run.o.battery_mah)));
+    for (std::string l; std::getline(energy, l);) {
+        size_t eq = l.find(" = ");
+        kv.emplace_back(l.substr(0, eq), l.substr(eq + 3));
+    }
     return kv;
 }
 
@@ -227,6 +235,7 @@ RunResult run_here(const Options &o, int out_fd) {
     b.i2c.logging = false;
     set_environment(o.env);
     install_board_devices(b);
+    install_energy_hooks(b);
     b.input_fd = con.in_fd;
     b.quit_key = con.quit_key;
     {
@@ -393,6 +402,8 @@ RunResult run_program(const Options &opts, const char *program) {
             res.board = v;
         } else if (k == "power") {
             res.power = v;
+        } else if (k.compare(0, 7, "energy_") == 0) {
+            res.energy += line + "\n";
         }
     }
     if (!ok && res.stop.empty()) {
