@@ -56,10 +56,7 @@ class AdcTest : public ::testing::Test {
         out();
     }
     void TearDown() override { sim::set_environment(sim::Environment()); }
-    static std::string out() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string out() { return bench::take(); }
     // Power, GPIO set-up, and a clean log.
     static void open() {
         openADS1248_iso();

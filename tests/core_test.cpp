@@ -32,10 +32,7 @@ class Core : public ::testing::Test {
         sim::knobs().on_hibernate = nullptr;
         sim::knobs().on_reset = nullptr;
     }
-    static std::string console() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string console() { return bench::take(); }
     // Runs sleep(); the hibernation request ends the cycle as on the board.
     static void sleep_hibernates(deploy_state s, uint32_t wakeTime) {
         sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };

@@ -69,10 +69,7 @@ class Host : public ::testing::Test {
     }
 
     // Everything the console has sent so far.
-    std::string take() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    std::string take() { return bench::take(); }
 
     // Puts a line into the receive buffer as the receiver would (lower case)
     // and dispatches it; returns the dispatcher's result.

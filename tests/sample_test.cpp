@@ -110,10 +110,7 @@ class SampleTest : public ::testing::Test {
         });
         out();
     }
-    static std::string out() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string out() { return bench::take(); }
     static void only(std::initializer_list<int> cols) {
         memset(sys_data.data_cfg, 0, sizeof sys_data.data_cfg);
         for (int c : cols) {

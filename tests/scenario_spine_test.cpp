@@ -89,17 +89,6 @@ TEST(Scenario, SettingsSurviveAPowerCycle) {
     EXPECT_EQ(e[1024 + 200 + 5], 0); // CFG_VRSI
 }
 
-TEST(Scenario, HelpTextsAndTermTimes) {
-    Board b;
-    auto r = b.run("1 help\\r\n3 hh\\r\n5 m2m\\r\n");
-    ASSERT_EQ(r.status, 0) << r.err;
-    scenario::expect_in(r.out, {"** datalogger setup:  0 for off, 1 for on\r\n time, gettime\r\n",
-                                " microsd, store align\r\n",
-                                "\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000\r\n>",
-                                "                 Ping:  W          ACK\r\n",
-                                "term time = 2000 msec", "m2m\r\nterm time = 250 msec\r\n>"});
-}
-
 TEST(Scenario, DeploymentWakesOnThePlannedGrid) {
     Board b;
     // Deploy from the menu with a 20 s period, then leave it alone.
