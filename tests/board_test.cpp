@@ -147,25 +147,19 @@ const std::vector<EchoCase> kEchoCases = {
     {"q\b\b", "", "q\b \b"},
 };
 
-TEST_F(BoardTest, InstrumentPortEchoAndLineEditingGoToTheConsole) {
-    for (const auto &c : kEchoCases) {
-        SetUp();
-        uart3_echo_set(1);
-        inst->type(c.in);
-        sim::advance_ms(50);
-        EXPECT_EQ(uart3_ring(), c.ring) << c.in;
-        EXPECT_EQ(sim::console_take(), c.console) << c.in;
-        EXPECT_EQ(inst->seen, "") << "echo never goes back to the instrument";
-    }
-}
-
-TEST_F(BoardTest, ConsoleEchoesToItself) {
-    for (const auto &c : kEchoCases) {
-        SetUp();
-        sim::console_feed(c.in);
-        sim::advance_ms(20);
-        EXPECT_EQ(console_ring(), c.ring) << c.in;
-        EXPECT_EQ(sim::console_take(), c.console) << c.in;
+// The instrument port's echo and line editing go to the console, never back
+// to the instrument; the console echoes to itself the same way.
+TEST_F(BoardTest, EchoAndLineEditingOfBothPorts) {
+    for (bool instrument : {true, false}) {
+        for (const auto &c : kEchoCases) {
+            SetUp();
+            uart3_echo_set(instrument ? 1 : 0);
+            instrument ? inst->type(c.in) : sim::console_feed(c.in);
+            sim::advance_ms(50);
+            EXPECT_EQ(instrument ? uart3_ring() : console_ring(), c.ring) << c.in;
+            EXPECT_EQ(sim::console_take(), c.console) << c.in;
+            EXPECT_EQ(inst->seen, "") << c.in;
+        }
     }
 }
 

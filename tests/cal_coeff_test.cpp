@@ -72,10 +72,7 @@ class CalCoeffTest : public ::testing::Test {
         sys_data.k0_SW = -1.4012f;
         sys_data.k0std_SW = 4.2e-4f;
     }
-    static std::string out() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string out() { return bench::take(); }
     // Every value as the listing shows it.
     static std::vector<std::string> shown() {
         std::vector<std::string> v = {sys_data.sensor_SN, sys_data.isfet_SN, sys_data.ise_SN,

@@ -80,27 +80,8 @@ double ref_pHint(float E, float TC, float k0int, uint64_t mask) {
     return r((double)E - Eo, I_DIFF) / ST;
 }
 
-enum {
-    X_TK,
-    X_ST,
-    X_DT,
-    X_EO,
-    X_Z,
-    X_SO4,
-    X_MCL,
-    X_Q1,
-    X_Q2,
-    X_Q3,
-    X_Q4,
-    X_K,
-    X_DH,
-    X_LG,
-    X_EDIFF,
-    X_FREE,
-    X_RDIV,
-    X_RADD,
-    X_POINTS
-};
+enum { X_TK, X_ST, X_DT, X_EO, X_Z, X_SO4, X_MCL, X_Q1, X_Q2, X_Q3 };
+enum { X_Q4 = X_Q3 + 1, X_K, X_DH, X_LG, X_EDIFF, X_FREE, X_RDIV, X_RADD, X_POINTS };
 const char *const kExtNames[] = {"T_K",        "S_T",    "TC-25",   "Eoext",          "Z",
                                  "SO4_tot",    "mCl",    "q1/T_K",  "q2/T_K",         "q3/T_K",
                                  "q4/T_K",     "K_HSO4", "DHconst", "log10gamma_HCl", "Eoext-Eext",
@@ -129,32 +110,9 @@ double ref_pHext(float E, float TC, float S, float k0ext, uint64_t mask) {
     return free - std::log10(r(1.0 + r(SO4 / K, X_RDIV), X_RADD));
 }
 
-enum {
-    C_TK,
-    C_ST,
-    C_PS,
-    C_SUB,
-    C_K0INT,
-    C_Z,
-    C_SO4,
-    C_MCL,
-    C_SQRTZ,
-    C_Q1,
-    C_Q2,
-    C_Q3,
-    C_Q4,
-    C_ZZ,
-    C_ZZQ,
-    C_K,
-    C_FREE,
-    C_DH,
-    C_LG,
-    C_AH,
-    C_AHCL,
-    C_EO,
-    C_K0EXT,
-    C_POINTS
-};
+enum { C_TK, C_ST, C_PS, C_SUB, C_K0INT, C_Z, C_SO4, C_MCL, C_SQRTZ, C_Q1, C_Q2, C_Q3 };
+enum { C_Q4 = C_Q3 + 1, C_ZZ, C_ZZQ, C_K, C_FREE, C_DH, C_LG, C_AH, C_AHCL, C_EO };
+enum { C_K0EXT = C_EO + 1, C_POINTS };
 const char *const kCalNames[] = {
     "T_K",     "S_T",      "pHcal*S_T", "Vint-pHcal*S_T", "k0int_new",      "Z",      "SO4_tot",
     "mCl",     "sqrtZ",    "q1/T_K",    "q2/T_K",         "q3/T_K",         "q4/T_K", "Z*Z",

@@ -107,6 +107,7 @@ Run Board::run(const std::string &script, double forSeconds,
     r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
     auto e = readAll(errPath);
     r.err.assign(e.begin(), e.end());
+    EXPECT_EQ(r.status, 0) << "fenwa-sim: " << r.err;
     return r;
 }
 

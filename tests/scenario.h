@@ -23,7 +23,8 @@ class Board {
     Board &operator=(const Board &) = delete;
 
     // Runs fenwa-sim --script on this board. `script` is in the script format
-    // ("SECONDS TEXT" lines). `extra` are further command-line options.
+    // ("SECONDS TEXT" lines). `extra` are further command-line options. A run
+    // that does not end with status 0 fails the test (with the program's messages).
     Run run(const std::string &script, double forSeconds = 0,
             const std::vector<std::string> &extra = {});
 

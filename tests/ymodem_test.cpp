@@ -183,10 +183,7 @@ class YmodemTest : public ::testing::Test {
         sim::attach_serial(UART0_BASE, p);
         return p;
     }
-    static std::string out() {
-        wait_consoleTx();
-        return sim::console_take();
-    }
+    static std::string out() { return bench::take(); }
     fs::path card_;
     FATFS fs_{};
 };
