@@ -58,8 +58,8 @@ Board::~Board() {
     fs::remove_all(fs::path(dir_).parent_path(), ec);
 }
 
-Run Board::run(const std::string &script, double forSeconds,
-               const std::vector<std::string> &extra) {
+Run Board::run(const std::string &script, double forSeconds, const std::vector<std::string> &extra,
+               int want) {
     fs::path scriptPath = fs::path(dir_).parent_path() / "script.txt";
     {
         std::ofstream f(scriptPath);
@@ -107,7 +107,7 @@ Run Board::run(const std::string &script, double forSeconds,
     r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
     auto e = readAll(errPath);
     r.err.assign(e.begin(), e.end());
-    EXPECT_EQ(r.status, 0) << "fenwa-sim: " << r.err;
+    EXPECT_EQ(r.status, want) << "fenwa-sim: " << r.err;
     return r;
 }
 

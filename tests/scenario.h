@@ -24,9 +24,9 @@ class Board {
 
     // Runs fenwa-sim --script on this board. `script` is in the script format
     // ("SECONDS TEXT" lines). `extra` are further command-line options. A run
-    // that does not end with status 0 fails the test (with the program's messages).
+    // that does not end with status `want` fails the test (with the program's messages).
     Run run(const std::string &script, double forSeconds = 0,
-            const std::vector<std::string> &extra = {});
+            const std::vector<std::string> &extra = {}, int want = 0);
 
     const std::string &dir() const { return dir_; }
     std::vector<uint8_t> eeprom() const;

@@ -647,8 +647,7 @@ TEST(SimStateFolder, OneSimulatorPerFolder) {
     ASSERT_EQ(b.run("1 version\\r\n", 2).status, 0);
     pid_t pid = start_sim({"--state", b.dir(), "--realtime", "--for", "600"});
     ASSERT_TRUE(wait_until([&] { return holder(b.dir()) == pid; }));
-    auto r = b.run("1 version\\r\n", 2);
-    EXPECT_EQ(r.status, 1);
+    auto r = b.run("1 version\\r\n", 2, {}, 1);
     EXPECT_EQ(r.err, "fenwa-sim: the state folder " + b.dir() +
                          " is in use by another fenwa-sim (process " + std::to_string(pid) + ")\n");
     kill(pid, SIGTERM);
@@ -697,8 +696,7 @@ TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
         scenario::Board b;
         ASSERT_EQ(b.run("1 period 33\\r\n", 2).status, 0);
         c.damage(b.dir());
-        auto r = b.run("1 getperiod\\r\n", 2);
-        EXPECT_EQ(r.status, c.status) << r.err;
+        auto r = b.run("1 getperiod\\r\n", 2, {}, c.status);
         EXPECT_NE(r.err.find("fenwa-sim: " + b.dir() + "/" + c.file + c.message), std::string::npos)
             << r.err;
         std::error_code ec;
@@ -711,8 +709,7 @@ TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
     // no folder can be made where a file is
     scenario::Board b;
     ASSERT_EQ(b.run("1 version\\r\n", 1).status, 0);
-    auto r = b.run("1 version\\r\n", 1, {"--state", b.dir() + "/eeprom.bin/x"});
-    EXPECT_EQ(r.status, 1);
+    auto r = b.run("1 version\\r\n", 1, {"--state", b.dir() + "/eeprom.bin/x"}, 1);
     EXPECT_EQ(
         r.err.rfind("fenwa-sim: cannot create the state folder " + b.dir() + "/eeprom.bin/x: ", 0),
         0u)
