@@ -728,7 +728,7 @@ using PtyLine = hostlink::Line;
 // Lines of 40 bytes, numbered.
 std::string numbered_lines(int n, const std::string &end) {
     std::string s;
-    char l[16];
+    char l[32];
     for (int i = 0; i < n; i++) {
         std::snprintf(l, sizeof l, "line %05d ", i);
         s += l + std::string(40 - 11 - end.size(), '.') + end;
