@@ -15,6 +15,7 @@
 #include <deque>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -561,6 +562,7 @@ pid_t holder(const std::string &dir) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
+    fl.l_len = 1;
     fcntl(fd, F_GETLK, &fl);
     close(fd);
     return fl.l_type == F_UNLCK ? 0 : fl.l_pid;
@@ -716,4 +718,127 @@ TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
         r.err.rfind("fenwa-sim: cannot create the state folder " + b.dir() + "/eeprom.bin/x: ", 0),
         0u)
         << r.err;
+}
+
+// ---- the host link over the pty ---------------------------------------------------
+
+namespace {
+
+using PtyLine = hostlink::Line;
+
+// Lines of 40 bytes, numbered.
+std::string numbered_lines(int n, const std::string &end) {
+    std::string s;
+    char l[32];
+    for (int i = 0; i < n; i++) {
+        std::snprintf(l, sizeof l, "line %05d ", i);
+        s += l + std::string(40 - 11 - end.size(), '.') + end;
+    }
+    return s;
+}
+
+// Types `command`, stops reading for a while once `marker` came, then reads
+// on until `end`: what came in between is all there.
+std::string paused_read(PtyLine &line, const std::string &command, const std::string &marker,
+                        const std::string &end) {
+    hostlink::typeSlowly(line, command);
+    EXPECT_TRUE(line.waitFor(marker, 20)) << line.transcript().substr(0, 500);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_TRUE(line.waitFor(end, 60));
+    return line.transcript();
+}
+
+} // namespace
+
+TEST(SimHostLink, AClientThatStopsReadingGetsEveryByteAfterwards) {
+    namespace fs = std::filesystem;
+    // "cat" of a 100 kB file from the card command line
+    scenario::Board idle;
+    fs::create_directories(idle.dir() + "/card");
+    std::string big = numbered_lines(2600, "\n");
+    std::ofstream(idle.dir() + "/card/BIG.TXT", std::ios::binary) << big;
+    {
+        hostlink::Instrument sim({FENWA_SIM_PATH, "--state", idle.dir(), "--pty"}, nullptr,
+                                 idle.dir());
+        PtyLine line(sim.ptyPath());
+        ASSERT_TRUE(line.waitFor("\r\n>", 20)) << sim.messages();
+        hostlink::typeSlowly(line, "\r\r\r\rx");
+        ASSERT_TRUE(line.waitFor("Enter Selection: ", 10));
+        hostlink::typeSlowly(line, "5\r");
+        ASSERT_TRUE(line.waitFor("> ", 10));
+        std::string crlf;
+        for (char c : big) {
+            crlf += c == '\n' ? "\r\n" : std::string(1, c);
+        }
+        std::string t = paused_read(line, "cat big.txt\r", "line 00200", "\r\n/> ");
+        EXPECT_NE(t.find("cat big.txt\r\n\r" + crlf), std::string::npos);
+        EXPECT_EQ(sim.stop(), 0);
+    }
+    // "gdata" of a deployed board's 40 kB data file
+    scenario::Board deployed;
+    ASSERT_EQ(
+        deployed
+            .run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n", 10)
+            .status,
+        0);
+    std::string data = numbered_lines(1000, "\r\n");
+    std::ofstream(deployed.dir() + "/card/NONAME.TXT", std::ios::binary) << data;
+    auto fram = deployed.fram();
+    std::memset(fram.data() + 64 + 8, 0, 4); // gdata from the file's start
+    deployed.writeFram(fram);
+    hostlink::Instrument sim({FENWA_SIM_PATH, "--state", deployed.dir(), "--pty"}, nullptr,
+                             deployed.dir());
+    PtyLine line(sim.ptyPath());
+    hostlink::typeSlowly(line, "\r"); // wakes the board (and is lost)
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    std::string t = paused_read(line, "gdata\r", "line 00100", "line 00999 ");
+    ASSERT_TRUE(line.waitFor("\r\n", 5));
+    EXPECT_NE(line.transcript().find("gdata\r\n\r" + data), std::string::npos);
+    EXPECT_EQ(sim.stop(), 0);
+}
+
+TEST(SimHostLink, YmodemWithLrzszOnThePty) {
+    namespace fs = std::filesystem;
+    if (!hostlink::have("sb") || !hostlink::have("rb")) {
+        GTEST_SKIP() << "lrzsz (sb, rb) is not installed: scripts/setup.sh installs it";
+    }
+    scenario::Board b;
+    fs::create_directories(b.dir() + "/card");
+    hostlink::Instrument sim({FENWA_SIM_PATH, "--state", b.dir(), "--pty"}, nullptr, b.dir());
+    PtyLine line(sim.ptyPath());
+    ASSERT_TRUE(line.waitFor("\r\n>", 20)) << sim.messages();
+    hostlink::typeSlowly(line, "\r\r\r\rx");
+    ASSERT_TRUE(line.waitFor("Enter Selection: ", 10));
+    hostlink::typeSlowly(line, "5\r");
+    ASSERT_TRUE(line.waitFor("> ", 10));
+    std::string host = fs::path(b.dir()).parent_path().string();
+    for (int round = 0; round < 2; round++) {
+        // card -> host
+        std::string name = "f" + std::to_string(round) + ".txt";
+        std::string data = numbered_lines(40 + 60 * round, "\r\n");
+        std::ofstream(b.dir() + "/card/" + name, std::ios::binary) << data;
+        hostlink::typeSlowly(line, "ys " + name + "\r");
+        ASSERT_TRUE(line.waitFor(" bytes...\r\n", 10)) << line.transcript();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+        std::string down = host + "/down" + std::to_string(round);
+        fs::create_directories(down);
+        EXPECT_EQ(hostlink::runTool({"rb", "-q"}, down, line.path(), 60), 0);
+        EXPECT_EQ(slurp(down + "/" + name), data);
+        // host -> card
+        std::string up = host + "/up" + std::to_string(round);
+        fs::create_directories(up);
+        std::ofstream(up + "/u" + std::to_string(round) + ".bin", std::ios::binary) << data;
+        hostlink::typeSlowly(line, "\r");
+        ASSERT_TRUE(line.waitFor("> ", 15));
+        hostlink::typeSlowly(line, "yr\r");
+        ASSERT_TRUE(line.waitFor("Ymodem rcv:\r\n", 10)) << line.transcript();
+        EXPECT_EQ(hostlink::runTool({"sb", "-k", "-q", "u" + std::to_string(round) + ".bin"}, up,
+                                    line.path(), 60),
+                  0);
+        // the command right after is answered
+        hostlink::typeSlowly(line, "ls\r");
+        EXPECT_TRUE(line.waitFor("U" + std::to_string(round) + ".BIN", 15)) << line.transcript();
+        EXPECT_EQ(fs::file_size(b.dir() + "/card/U" + std::to_string(round) + ".BIN"), data.size());
+        ASSERT_TRUE(line.waitFor("> ", 15));
+    }
 }

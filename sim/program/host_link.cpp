@@ -1,5 +1,5 @@
 // The far end of the console line in a live run: this terminal (raw mode,
-// Ctrl-] quits) or a pseudo-terminal for a host program. While the board
+// Ctrl-] or Ctrl-C stops) or a pseudo-terminal for a host program. While the board
 // hibernates, a byte on the line is what wakes it (and is lost).
 #include <fcntl.h>
 #include <poll.h>
@@ -246,7 +246,7 @@ int Run::wait_real(uint64_t until, bool &quit) {
                 continue;
             }
             for (ssize_t i = 0; i < n; ++i) {
-                if (con.quit_key && buf[i] == 0x1D) {
+                if (con.quit_key && (buf[i] == 0x1D || buf[i] == 0x03)) {
                     quit = true;
                     return -1;
                 }

@@ -226,7 +226,10 @@ std::string usage() {
         "schedule; any other board stops at once (its next start is a power-on). A second\n"
         "request, --cut-power-at or SIGKILL cuts the power at that instant: the EEPROM,\n"
         "FRAM and clock keep what the board had written, and the hibernation module runs\n"
-        "on from its backup cell, as on the real board after its supply is lost.\n"
+        "on from its backup cell, as on the real board after its supply is lost: a\n"
+        "deployment goes on. A cut between a sample's card append and its FRAM store\n"
+        "takes that sample again after the power returns (its number is on the card\n"
+        "twice), as the real board does.\n"
         "Script lines: SECONDS TEXT (C escapes \\r \\n \\t \\\\ \\xHH; # comments).\n\n";
     for (const Opt &o : table()) {
         std::string left = std::string("  ") + o.name + (o.arg ? std::string(" ") + o.arg : "");

@@ -179,7 +179,7 @@ RunResult run_here(const Options &o, int out_fd) {
         if (isatty(0)) {
             raw_terminal(0);
             con.quit_key = true;
-            run.msg("console on this terminal; Ctrl-] quits");
+            run.msg("console on this terminal; Ctrl-] or Ctrl-C stops (twice: cuts the power)");
         }
     }
     if (con.out_fd < 0) {

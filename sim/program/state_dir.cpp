@@ -145,6 +145,7 @@ bool Folder::lock(std::string &err) {
     struct flock fl {};
     fl.l_type = F_WRLCK;
     fl.l_whence = SEEK_SET;
+    fl.l_len = 1;
     if (fcntl(fd_, F_SETLK, &fl) != 0) {
         struct flock who = fl;
         fcntl(fd_, F_GETLK, &who);
@@ -153,6 +154,21 @@ bool Folder::lock(std::string &err) {
         ::close(fd_);
         fd_ = -1;
         return false;
+    }
+    // A second lock belongs to the open file, which every power cycle shares:
+    // it goes only when the last process of the run is gone, so a run started
+    // right after a kill never meets a power cycle still on its way out.
+    struct flock cycles = fl;
+    cycles.l_start = 1;
+    for (int i = 0; fcntl(fd_, F_OFD_SETLK, &cycles) != 0; ++i) {
+        if (i == 200) {
+            err = "the state folder " + dir_ +
+                  " is still in use by a power cycle of a fenwa-sim that has ended";
+            ::close(fd_);
+            fd_ = -1;
+            return false;
+        }
+        usleep(10000);
     }
     return true;
 }
