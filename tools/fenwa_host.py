@@ -194,6 +194,9 @@ class Fenwa:
         self.send("ys\r")
         head = self.read_until(re.compile(rb"Ymodem sending (\S+), (\d+) bytes\.\.\.\r\n"), 10.0)
         name, size = re.search(rb"Ymodem sending (\S+), (\d+) bytes", head).groups()
+        # The board empties its input a second after that line and only then
+        # asks with "C": a receiver started earlier has its first "C" thrown away.
+        self.read_until(b"C", 5.0)
         fd = self.ser.fileno()
         os.set_blocking(fd, True)  # pyserial keeps the line non-blocking; rb expects a plain tty
         try:
@@ -201,12 +204,20 @@ class Fenwa:
                                stderr=subprocess.PIPE, cwd=dest, timeout=timeout)
         finally:
             os.set_blocking(fd, False)
-        self.wake()  # rb may have read the board's "Sent:" line and prompt along with the end
+        if r.returncode != 0:
+            raise FenwaError("YMODEM failed (rb %d): %s" % (r.returncode, r.stderr.decode()))
+        # The board ends with "Sent: NAME" and the prompt; its closing handshake
+        # sometimes runs into its 10 s waits first. Stay quiet meanwhile: a byte
+        # sent now would be taken as the receiver's answer.
+        try:
+            self.read_until(b">", 30.0)
+        except FenwaError:
+            self.wake()
         path = os.path.join(dest, name.decode().lower())
         if not os.path.exists(path):
             path = os.path.join(dest, name.decode())
-        if r.returncode != 0 or os.path.getsize(path) != int(size):
-            raise FenwaError("YMODEM failed (rb %d): %s" % (r.returncode, r.stderr.decode()))
+        if not os.path.exists(path) or os.path.getsize(path) != int(size):
+            raise FenwaError("YMODEM: %s is not the %s bytes announced" % (path, int(size)))
         return path
 
 

@@ -47,7 +47,7 @@ std::vector<Current> &currents() {
         {"inst.picoph.sleep", 0.01, "estimate for a picoPH meter asleep"},
         {"pump", 100.0, "estimate for a small submersible pump at 12 V"},
         {"card.active", 50.0,
-         "estimate for a microSD card writing (SD specification allows up to 100 mA)"},
+         "estimate for a microSD card writing (the SD card standard allows up to 100 mA)"},
     };
     return t;
 }
