@@ -3,7 +3,8 @@
 #   scripts/fuzz.sh TARGET SECONDS [libFuzzer options...]
 # TARGET: console float ymodem cal replies script state. Builds build/fuzz with clang
 # first. New inputs go to build/fuzz/corpus/TARGET, seeded by the checked-in
-# corpus tests/fuzz/corpus/TARGET (copy inputs worth keeping there by hand). A
+# corpus tests/fuzz/corpus/TARGET (keep what adds coverage with the target's -merge=1
+# into a new folder, then replace the checked-in one with it). A
 # crash leaves its input in build/fuzz/ as crash-* and exits non-zero.
 set -euo pipefail
 cd "$(dirname "$0")/.."

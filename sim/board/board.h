@@ -285,6 +285,7 @@ BoardState *map_state();
 // the power goes at this one, and then the caller stores those and calls
 // power_cut_now().
 void power_cut_arm();
+extern bool g_power_cut_armed; // write points are counted in this run
 uint32_t write_point(const char *kind, uint32_t address, uint32_t units);
 [[noreturn]] void power_cut_now();
 

@@ -33,10 +33,12 @@ class Fram : public I2cDevice {
             ptr_ = ((uint32_t(hi_) << 8) | byte) & kFramMask;
             addr_bytes_ = 2;
         } else {
-            if (written_.empty()) {
-                first_ = ptr_;
+            if (g_power_cut_armed) {
+                if (written_.empty()) {
+                    first_ = ptr_;
+                }
+                written_.push_back(st_->fram[ptr_]);
             }
-            written_.push_back(st_->fram[ptr_]);
             st_->fram[ptr_] = byte;
             ptr_ = (ptr_ + 1) & kFramMask;
         }

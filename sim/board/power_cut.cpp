@@ -17,6 +17,7 @@
 #include "board.h"
 
 namespace sim {
+bool g_power_cut_armed = false;
 namespace {
 uint64_t *g_count = nullptr; // shared by the power cycles of the run
 uint64_t g_cut_at = 0;
@@ -39,6 +40,7 @@ void power_cut_arm() {
     }
     g_count = static_cast<uint64_t *>(p);
     *g_count = 0;
+    g_power_cut_armed = true;
     g_cut_at = at != nullptr ? std::strtoull(at, nullptr, 10) : 0;
     if (log != nullptr && *log != 0 && g_log < 0) {
         g_log = open(log, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
