@@ -37,13 +37,7 @@ const std::string kPrompt = "\r\n>";
 class Host : public ::testing::Test {
   protected:
     void SetUp() override {
-        sim::reset_board();
-        SysCtlClockSet(SYSCTL_SYSDIV_4 | SYSCTL_USE_PLL | SYSCTL_OSC_MAIN | SYSCTL_XTAL_16MHZ);
-        SysTickPeriodSet(SysCtlClockGet() / 1000u);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
-        IntMasterEnable();
+        bench::power_up();
         i2c0_init();
         fresh();
     }
@@ -789,16 +783,10 @@ TEST_F(Host, ErrorLogAppendsDatedLines) {
     EXPECT_EQ(apf.sys_error_ctr, 1);
     EXPECT_EQ(rtc.current_time, kNewYearsEve + 1);
 
-    FIL f;
-    ASSERT_EQ(f_open(&f, "ERROR.LOG", FA_READ), FR_OK);
-    char text[512] = {0};
-    UINT n = 0;
-    f_read(&f, text, sizeof(text) - 1, &n);
-    f_close(&f);
-    EXPECT_EQ(std::string(text, n), "E, 12/31/2024 23:59:59, -110, CTD Command ACK Failure\n"
-                                    "E, 01/01/2025 00:00:00, -250, lamp\n"
-                                    "E, 01/01/2025 00:00:00, -301, pH\n"
-                                    "E, 01/01/2025 00:00:00, -5, other\n");
+    EXPECT_EQ(bench::card("ERROR.LOG"), "E, 12/31/2024 23:59:59, -110, CTD Command ACK Failure\n"
+                                        "E, 01/01/2025 00:00:00, -250, lamp\n"
+                                        "E, 01/01/2025 00:00:00, -301, pH\n"
+                                        "E, 01/01/2025 00:00:00, -5, other\n");
 }
 
 TEST_F(Host, StartUpRebuildsTheRecordFromFram) {
