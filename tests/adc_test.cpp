@@ -189,45 +189,6 @@ TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {
     closeADS1248_iso();
 }
 
-// Bytes clocked while chip select is high do not reach the ADC.
-TEST_F(AdcTest, ChipSelectIsHonoured) {
-    open();
-    SSIDataPut(SSI3_BASE, 0x40);
-    SSIDataPut(SSI3_BASE, 0x00);
-    SSIDataPut(SSI3_BASE, 0x3A);
-    while (SSIBusy(SSI3_BASE)) {
-    }
-    EXPECT_EQ(sim::adc_log_text(), "(cs high) 40 00 3A");
-    EXPECT_EQ(sim::adc_status().regs[0], 0x01) << "MUX0 keeps its reset value";
-    closeADS1248_iso();
-}
-
-// START low stops the conversions; START high restarts them with the first
-// conversion's delay. Powered down, nothing converts.
-TEST_F(AdcTest, StartLineGatesConversions) {
-    auto drdy_low_within = [](uint32_t ms) {
-        for (uint32_t i = 0; i < ms; i++) {
-            if (GPIOPinRead(GPIO_PORTE_BASE, GPIO_PIN_1) == 0) {
-                return true;
-            }
-            delay_msec(1);
-        }
-        return false;
-    };
-    EXPECT_FALSE(drdy_low_within(300)) << "unpowered";
-    open();
-    EXPECT_TRUE(drdy_low_within(300)) << "converting at 5 sps after power-up";
-    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, 0);
-    pollADS1248_iso(1, 6, 0, 1, 2000); // a register write, no conversion taken
-    EXPECT_FALSE(drdy_low_within(50)) << "START low";
-    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, GPIO_PIN_2);
-    uint64_t t0 = sim::now_cycles();
-    EXPECT_TRUE(drdy_low_within(5));
-    EXPECT_NEAR(ms_since(t0), 0.514, 1.0);
-    closeADS1248_iso();
-    EXPECT_FALSE(drdy_low_within(20));
-}
-
 // The burst arithmetic with chosen raw codes: sign extension, integer means
 // truncated toward zero (and per gain step), the population spread.
 TEST_F(AdcTest, BurstArithmetic) {
