@@ -351,66 +351,58 @@ TEST_F(PhCalib, InvertsThePhComputationsAt25C) {
 
 // Every rounding of the calibration arithmetic reaches the stored constants.
 // Most of them act through logarithms and show in one input out of tens or
-// hundreds, so the inputs that show each one are found with the written
-// formulas first and then typed into the dialogue.
+// hundreds: each entry below (found with the written formulas) shows the
+// rounding point it names, then a few ordinary ones (-1).
 TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
-    struct Entry {
-        std::array<std::string, 5> text; // pH, Vrsi, Vrse, temperature, salinity
-        std::array<float, 5> v;          // as the dialogue reads them
+    const struct {
+        int point;
+        const char *text[5]; // pH, Vrsi, Vrse, temperature, salinity
+    } entries[] = {
+        // clang-format off
+        {0, {"6.6908", "0.034101", "-0.788032", "10.2502", "20.3443"}},
+        {1, {"7.6321", "0.082085", "-0.958809", "9.9961", "28.0090"}},
+        {2, {"7.4824", "0.009890", "-0.830268", "9.3562", "28.5311"}},
+        {3, {"6.6908", "0.034101", "-0.788032", "10.2502", "20.3443"}},
+        {5, {"6.8891", "0.040878", "-0.841491", "22.8166", "29.4029"}},
+        {6, {"8.8781", "0.023513", "-0.707743", "18.5941", "10.2917"}},
+        {7, {"8.0546", "0.013336", "-0.854235", "12.4630", "18.7214"}},
+        {8, {"7.9974", "0.067016", "-0.807512", "4.9021", "31.0298"}},
+        {9, {"7.6321", "0.082085", "-0.958809", "9.9961", "28.0090"}},
+        {10, {"6.8052", "0.125320", "-1.062940", "3.8811", "27.1534"}},
+        {11, {"8.2431", "0.101225", "-0.935588", "8.7373", "29.5151"}},
+        {12, {"6.8914", "0.000157", "-0.708123", "20.9014", "35.5322"}},
+        {13, {"7.9162", "0.136195", "-0.944802", "13.3680", "38.1699"}},
+        {14, {"7.0462", "0.049144", "-0.784457", "26.1285", "23.4086"}},
+        {15, {"8.3600", "0.134303", "-0.767957", "28.3291", "18.1408"}},
+        {16, {"7.0121", "0.072396", "-0.903694", "18.7974", "18.0335"}},
+        {17, {"7.1233", "0.042837", "-0.801116", "5.7880", "23.0689"}},
+        {18, {"8.2504", "0.080351", "-0.777120", "27.1945", "36.0087"}},
+        {19, {"8.3132", "0.027536", "-0.893821", "23.8156", "33.7233"}},
+        {20, {"6.5041", "0.065580", "-0.889582", "26.9578", "5.7979"}},
+        {21, {"8.1981", "0.130320", "-0.778504", "10.5943", "18.3329"}},
+        {-1, {"6.8792", "0.060733", "-0.822011", "29.8644", "29.8457"}},
+        {-1, {"6.7921", "0.091059", "-1.096815", "7.4714", "21.4516"}},
+        {-1, {"8.6708", "0.083595", "-0.793376", "2.0036", "35.5224"}},
+        // clang-format on
     };
-    std::mt19937 gen(7u);
-    std::uniform_real_distribution<float> ph(6.5f, 9.0f), vi(0.0f, 0.15f), ve(-1.1f, -0.7f),
-        t(1.0f, 30.0f), s(5.0f, 40.0f);
-    auto entry = [&]() {
-        Entry e;
-        const char *fmt[5] = {"%.4f", "%.6f", "%.6f", "%.4f", "%.4f"};
-        float raw[5] = {ph(gen), vi(gen), ve(gen), t(gen), s(gen)};
-        for (int k = 0; k < 5; k++) {
-            char a[24];
-            std::snprintf(a, sizeof a, fmt[k], (double)raw[k]);
-            e.text[k] = a;
-            e.v[k] = std::strtof(a, nullptr);
-        }
-        return e;
-    };
-    auto ref = [](const Entry &e, uint64_t m) {
-        CalOut o = ref_calib(e.v[0], e.v[1], e.v[2], e.v[3], e.v[4], m);
-        return std::array<uint32_t, 2>{bits((float)o.k0int), bits((float)o.k0ext)};
-    };
-
-    // k0int_new and k0ext_new are the stored values themselves.
-    std::vector<Entry> shows(C_POINTS);
-    std::vector<bool> found(C_POINTS, false);
-    found[C_K0INT] = found[C_K0EXT] = true;
-    for (int i = 0; i < 20000; i++) {
-        Entry e = entry();
-        auto all = ref(e, kAll);
-        for (int p = 0; p < C_POINTS; p++) {
-            if (!found[p] && ref(e, kAll & ~(1ull << p)) != all) {
-                found[p] = true;
-                shows[p] = e;
-            }
-        }
-    }
-    std::vector<Entry> typed;
-    for (int p = 0; p < C_POINTS; p++) {
-        EXPECT_TRUE(found[p]) << "rounding point " << p;
-        if (p != C_K0INT && p != C_K0EXT && found[p]) {
-            typed.push_back(shows[p]);
-        }
-    }
-    for (int i = 0; i < 8; i++) {
-        typed.push_back(entry());
-    }
-
     int fromAllDouble = 0;
-    for (const Entry &e : typed) {
-        manual(e.text[0].c_str(), e.text[1].c_str(), e.text[2].c_str(), e.text[3].c_str(),
-               e.text[4].c_str());
-        auto all = ref(e, kAll);
+    for (const auto &e : entries) {
+        float v[5];
+        for (int k = 0; k < 5; k++) {
+            v[k] = std::strtof(e.text[k], nullptr);
+        }
+        auto ref = [&](uint64_t m) {
+            CalOut o = ref_calib(v[0], v[1], v[2], v[3], v[4], m);
+            return std::array<uint32_t, 2>{bits((float)o.k0int), bits((float)o.k0ext)};
+        };
+        auto all = ref(kAll);
+        if (e.point >= 0) {
+            EXPECT_NE(ref(kAll & ~(1ull << e.point)), all) << "rounding point " << e.point;
+        }
+        manual(e.text[0], e.text[1], e.text[2], e.text[3], e.text[4]);
         ASSERT_EQ(bits(sys_data.k0int), all[0]) << e.text[0] << " " << e.text[1];
         ASSERT_EQ(bits(sys_data.k0ext), all[1]) << e.text[0] << " " << e.text[2];
-        fromAllDouble += ref(e, 0) != all;
+        fromAllDouble += ref(0) != all;
     }
     EXPECT_GT(fromAllDouble, 0);
 }
