@@ -115,6 +115,8 @@ class Host : public ::testing::Test {
 };
 
 // ---- the keyword table, row by row ------------------------------------------
+// Rows whose reply another table checks byte for byte (the float-controller
+// dialect, period, term time, version) are not repeated here.
 
 struct Row {
     std::string line;
@@ -131,28 +133,20 @@ const Row kRows[] = {
     {"spectra,?", 123, nullptr},
     {"spectra,210,221", 122, nullptr},
     {"config help", 77, "not available\r\n"},
-    {"ctd,1727464446,20.0000,35.0000,-5.00", 105,
-     "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\n"}, // no "ACK" comes: 3 s, then logged
-    {"dbg", 151, "mmsDbgFlg=1, mms dbg printfs are on\r\n"},
     {"e", 107, "NAK,E,InvalidModeValue: 0\r\n"},
     {"filename", 18, "noname.txt"},
     {"filesystem", 18, "noname.txt"}, // "file" comes first
     {"getfilename", 19, ""},          // 11 characters: the set form
     {"getperiod", 14, "10"},
-    {"h2m", 132, "was term time = 250 msec\r\nnow term time = 1000 msec\r\n"},
     {"microsd", 84, "0"},
     {"microsd 1", 85, ""},
     {"m2m", 133, "term time = 250 msec"},
     {"period", 14, "10"},
-    {"period 20", 15, ""},
-    {"per 20", 15, ""},
     {"per 5", 14, "10"},
-    {"q", 115, "ACK,Q,0\r\n"},
     {"sample 3", 93, ""},
     {"sampnum", 90, "#0000000\r\n"},
     {"sampnum 7", 90, "#0000000\r\n"},
     {"setfilename log.dat", 19, ""},
-    {"setperiod 30", 15, ""},
     {"settime 12/31/24 23:59:59", 12, ""},
     {"sex", 0, ""},
     {"sleep", 10, ""},
@@ -168,8 +162,6 @@ const Row kRows[] = {
     {"timestamp", 89, ""},
     {"time", 11, "12/31/24 23:59:59"},
     {"tint,?", 126, "TINT,?,0\r\n"},
-    {"tint,400", 125, "ACK,TINT,400\r\n"},
-    {"version", 80, "Fenwa v5.0.3 ZEP3 123g revB\r\n"},
     {"ver", 80, "Fenwa v5.0.3 ZEP3 123g revB\r\n"},
     {"xyz", 0, ""},
 };
