@@ -290,18 +290,6 @@ TEST(FilesScenario, GdataPagesNewLinesStopsAtALineEndOnAKeyAndResumes) {
     EXPECT_EQ(r3.out.find("line "), std::string::npos);
 }
 
-TEST(FilesScenario, ErrorLogEntriesCarryTheirTimeStamps) {
-    Board b;
-    auto r = b.run("1 sleep\\r\n", 3, {"--hib-fail", "--rtc", "1735689600"});
-    std::string log = b.cardFile("ERROR.TXT");
-    ASSERT_FALSE(log.empty()) << r.out;
-    const std::string text = " Hibernation error.  Possible cause: remove JP1 on VEXA board.  \r\n";
-    // "\r\n2025/01/01 00:00:0S" then the text, once per failed hibernation.
-    ASSERT_GE(log.size(), 2 + 19 + text.size());
-    EXPECT_EQ(log.substr(0, 19), "\r\n2025/01/01 00:00:");
-    EXPECT_EQ(log.substr(21, text.size()), text);
-}
-
 TEST(FilesScenario, CardCommandLine) {
     Board b;
     b.run("1 version\\r\n", 2, kAtNewYear);
