@@ -46,16 +46,6 @@ std::string fixed_build_line(const std::string &s) {
 
 constexpr uint32_t kNewYearsEve = 1735689599; // 12/31/24 23:59:59 UTC
 
-// "MM/DD/YYYY HH:MM:SS" of RTC seconds.
-std::string stamp(uint32_t secs) {
-    time_t t = secs;
-    struct tm tmv;
-    gmtime_r(&t, &tmv);
-    char b[32];
-    strftime(b, sizeof(b), "%m/%d/%Y %H:%M:%S", &tmv);
-    return b;
-}
-
 // The pH record line: check word, then the record (date and 19 numbers).
 const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)"
                          R"(\d+,-?[\d.]+,-?[\d.]+,-?[\d.]+,\d+,\d+,\d+,[^,]+,-?[\d.]+,-?[\d.]+,)"
@@ -705,25 +695,6 @@ TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, dura_sample_ctr)), 0u);
     EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_ctr)), 0u);
     EXPECT_EQ(b.cardFile("ERROR.LOG"), "");
-}
-
-TEST(ApfSession, UnconfirmedCtdIsInvalidatedAndLogged) {
-    scenario::Board b;
-    auto r = b.run("1 ctd,1727464446,20.0000,35.0000,-5.00\\r\n"
-                   "6 ctd,?\\r\n"
-                   "7 se,?\\r\n"
-                   "8 c\\r\n",
-                   12, {"--rtc", std::to_string(kStart)});
-    EXPECT_EQ(answer(r.out, "ctd,1727464446,20.0000,35.0000,-5.00"),
-              "ACK,CTD,1727464446,20.0000,35.0000,-5.00");
-    EXPECT_EQ(answer(r.out, "ctd,?"), "ACK,CTD?,0,-1.0000,-1.0000,-1.00");
-    EXPECT_EQ(answer(r.out, "se,?"), "ACK,SE?,1");
-    std::string c = answer(r.out, "c"); // mode 1 after a start: the nitrate block
-    scenario::expect_in(c, {"H, System Error  Counter , 1\r\nH, Last System     Error , 65426\r\n",
-                            "H, Zceof File    Error   , ZCoefs = 0\r\n"});
-    // The log line carries the time the wait gave up (3 s after the line).
-    EXPECT_EQ(b.cardFile("ERROR.LOG"),
-              "E, " + stamp(kStart + 4) + ", -110, CTD Command ACK Failure\n");
 }
 
 TEST(ApfSession, RecordSurvivesPowerCycles) {
