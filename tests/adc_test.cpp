@@ -33,14 +33,6 @@ namespace {
 
 constexpr float kVpc = ADS1248_VOLTS_PER_COUNT;
 
-size_t count_of(const std::string &hay, const std::string &needle) {
-    size_t n = 0;
-    for (size_t p = hay.find(needle); p != std::string::npos; p = hay.find(needle, p + 1)) {
-        n++;
-    }
-    return n;
-}
-
 double ms_since(uint64_t cycles) {
     return double(sim::now_cycles() - cycles) / double(sim::kCyclesPerMs);
 }
@@ -130,7 +122,6 @@ TEST_F(AdcTest, RegistersAndBurstTiming) {
     EXPECT_TRUE(st.rdatac);
     double want = double(sim::ads1248_first_cycles(2, true) + 9 * sim::ads1248_period_cycles(2)) /
                   sim::kCyclesPerMs;
-    EXPECT_NEAR(want, 50.822 + 9 * 49.812, 0.01);
     EXPECT_GE(took, want);
     EXPECT_LE(took, want + 1.5) << "each conversion is taken within a tick of DRDY";
     EXPECT_EQ(sim::adc_status().conversions_read, 10u);
@@ -198,45 +189,6 @@ TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {
     closeADS1248_iso();
 }
 
-// Bytes clocked while chip select is high do not reach the ADC.
-TEST_F(AdcTest, ChipSelectIsHonoured) {
-    open();
-    SSIDataPut(SSI3_BASE, 0x40);
-    SSIDataPut(SSI3_BASE, 0x00);
-    SSIDataPut(SSI3_BASE, 0x3A);
-    while (SSIBusy(SSI3_BASE)) {
-    }
-    EXPECT_EQ(sim::adc_log_text(), "(cs high) 40 00 3A");
-    EXPECT_EQ(sim::adc_status().regs[0], 0x01) << "MUX0 keeps its reset value";
-    closeADS1248_iso();
-}
-
-// START low stops the conversions; START high restarts them with the first
-// conversion's delay. Powered down, nothing converts.
-TEST_F(AdcTest, StartLineGatesConversions) {
-    auto drdy_low_within = [](uint32_t ms) {
-        for (uint32_t i = 0; i < ms; i++) {
-            if (GPIOPinRead(GPIO_PORTE_BASE, GPIO_PIN_1) == 0) {
-                return true;
-            }
-            delay_msec(1);
-        }
-        return false;
-    };
-    EXPECT_FALSE(drdy_low_within(300)) << "unpowered";
-    open();
-    EXPECT_TRUE(drdy_low_within(300)) << "converting at 5 sps after power-up";
-    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, 0);
-    pollADS1248_iso(1, 6, 0, 1, 2000); // a register write, no conversion taken
-    EXPECT_FALSE(drdy_low_within(50)) << "START low";
-    GPIOPinWrite(GPIO_PORTE_BASE, GPIO_PIN_2, GPIO_PIN_2);
-    uint64_t t0 = sim::now_cycles();
-    EXPECT_TRUE(drdy_low_within(5));
-    EXPECT_NEAR(ms_since(t0), 0.514, 1.0);
-    closeADS1248_iso();
-    EXPECT_FALSE(drdy_low_within(20));
-}
-
 // The burst arithmetic with chosen raw codes: sign extension, integer means
 // truncated toward zero (and per gain step), the population spread.
 TEST_F(AdcTest, BurstArithmetic) {
@@ -272,8 +224,6 @@ TEST_F(AdcTest, BurstArithmetic) {
         float sd = n < 2 ? 0.0f : (float)std::sqrt(sq / (float)n);
         EXPECT_EQ(sys_samp.AD24_std, sd) << c.meanCounts;
     }
-    EXPECT_NEAR(-8388608.0f * kVpc, -2.0480003f, 1e-7);
-    EXPECT_NEAR(8388607.0f * kVpc, 2.0480001f, 1e-7);
     EXPECT_EQ(out(), "");
 
     // One trial: no spread, the value truncated to whole counts per gain step.
@@ -291,7 +241,7 @@ TEST_F(AdcTest, TrialsAbove120) {
     EXPECT_EQ(out(), "MAX TRIALS is 120 in ADS1248_iso.c, more trials (avg) than 120 was "
                      "requested, edit pollADS1248_iso() and recompile\r\n");
     EXPECT_EQ(sim::adc_status().conversions_read, 120u);
-    EXPECT_EQ(count_of(sim::adc_log_text(), "FF FF FF"), 120u);
+    EXPECT_EQ(scenario::count(sim::adc_log_text(), "FF FF FF"), 120u);
     EXPECT_GT(sys_samp.AD24_std, 0.0f);
     EXPECT_NEAR(v, sim::front_end(sim::environment()).vrsi, 2e-6) << "mux left at position 3";
     closeADS1248_iso();
@@ -301,7 +251,6 @@ TEST_F(AdcTest, TrialsAbove120) {
 // should have ended, returns the error value with no spread, and the board
 // says so once per power cycle, on the console and in the error log.
 TEST_F(AdcTest, DrdyTimeOut) {
-    EXPECT_EQ(ADS1248_drdy_timeout_ms(10, 20), 14u * 50u + 10u);
     EXPECT_EQ(ADS1248_drdy_timeout_ms(121, 5), 124u * 200u + 10u);
     EXPECT_EQ(ADS1248_drdy_timeout_ms(1, 2000), 5u * 1u + 10u);
     EXPECT_EQ(ADS1248_drdy_timeout_ms(1, 7), 5u * 200u + 10u) << "the fall-back rate";
@@ -332,7 +281,7 @@ TEST_F(AdcTest, DrdyTimeOut) {
         wait_consoleTx();
     });
     EXPECT_EQ(r.reason, sim::EndReason::Returned);
-    EXPECT_EQ(count_of(r.output, "ADS1248 no DRDY"), 1u) << r.output;
+    EXPECT_EQ(scenario::count(r.output, "ADS1248 no DRDY"), 1u) << r.output;
     EXPECT_NE(r.output.find("\r\nADS1248 no DRDY: AIN1/AIN6 gave no conversion in 710 ms, "
                             "reading set to -999.0\r\n"),
               std::string::npos)
@@ -366,16 +315,13 @@ TEST_F(AdcTest, DrdyTimeOut) {
     EXPECT_LE(ta, 3100.0f);
 
     std::string log = bench::card("Error.txt");
-    EXPECT_EQ(count_of(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
+    EXPECT_EQ(scenario::count(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
 }
 
 // The water of the model read back through the instrument's own chemistry:
 // thermistor to temperature, internal and external reference to pH, and the
 // other channels at their fixed values.
 TEST_F(AdcTest, FrontEndRoundTrip) {
-    for (double t : {-2.0, 7.0, 12.0, 25.0, 35.0}) {
-        EXPECT_NEAR(sim::thermistor_temp(sim::thermistor_volts(t)), t, 1e-9);
-    }
     struct Water {
         double ph, temp, sal;
     } waters[] = {{7.9, 12.0, 34.0}, {8.1, 2.0, 35.0}, {7.6, 28.0, 36.5}};
@@ -425,32 +371,6 @@ TEST_F(AdcTest, FrontEndRoundTrip) {
     // ph_calib's inputs, with the mux left where it is
     EXPECT_NEAR(pollADS1248_iso(4, 6, 5, 1, 5), sim::front_end(sim::environment()).vrse, 1e-5);
     closeADS1248_iso();
-}
-
-// The same seed gives the same readings; another seed other noise.
-TEST_F(AdcTest, NoiseIsSeeded) {
-    auto burst = [](uint64_t seed) {
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        sim::Environment e;
-        e.seed = seed;
-        sim::set_environment(e);
-        openADS1248_iso();
-        ADS1248_gpio_init();
-        std::vector<float> v;
-        for (int i = 0; i < 3; i++) {
-            v.push_back(pollADS1248_iso(1, 6, 5, 1, 80));
-            v.push_back(sys_samp.AD24_std);
-        }
-        closeADS1248_iso();
-        return v;
-    };
-    std::vector<float> a = burst(11), b = burst(11), c = burst(12);
-    EXPECT_EQ(a, b);
-    EXPECT_NE(a, c);
 }
 
 // An instrument whose ADC never signals: each sample still ends, its ADC

@@ -30,52 +30,6 @@
 
 namespace {
 
-// A 64 KB FRAM that writes down each bus event: "Sw"/"Sr" a start for
-// writing/reading, a byte written in hex, "r+"/"r-" a byte read with or
-// without acknowledge, "P" the stop.
-class FramSpy : public sim::I2cDevice {
-  public:
-    void start(bool read) override {
-        note(read ? "Sr" : "Sw");
-        if (!read) {
-            phase_ = 0;
-        }
-    }
-    bool write(uint8_t b) override {
-        char hex[4];
-        snprintf(hex, sizeof(hex), "%02X", b);
-        note(hex);
-        if (phase_ == 0) {
-            ptr_ = (uint16_t)(b << 8);
-        } else if (phase_ == 1) {
-            ptr_ = (uint16_t)(ptr_ | b);
-        } else {
-            mem[ptr_++] = b;
-        }
-        phase_++;
-        return true;
-    }
-    uint8_t read(bool ack) override {
-        note(ack ? "r+" : "r-");
-        return dead ? 0xFF : mem[ptr_++];
-    }
-    void stop() override { note("P"); }
-
-    std::string log;
-    std::vector<uint8_t> mem = std::vector<uint8_t>(65536, 0);
-    bool dead = false;
-
-  private:
-    void note(const char *s) {
-        if (!log.empty()) {
-            log += ' ';
-        }
-        log += s;
-    }
-    int phase_ = 0;
-    uint16_t ptr_ = 0;
-};
-
 // Last level written to each pin of port F, and rising edges of the pet line.
 uint8_t g_portF = 0;
 int g_petPulses = 0;
@@ -315,50 +269,61 @@ TEST_F(BoardTest, ConsoleLineRead) {
 
 // ---- FRAM ----------------------------------------------------------------
 
+// The board's own FRAM, watched through the bus log.
 class FramTest : public BoardTest {
   protected:
     void SetUp() override {
         BoardTest::SetUp();
         i2c0_init();
-        spy = std::make_shared<FramSpy>();
-        sim::attach_i2c(FRAM_I2C_ADDR, spy);
+        sim::i2c_log_clear();
+        mem = sim::state().fram;
     }
-    std::shared_ptr<FramSpy> spy;
+    uint8_t *mem = nullptr;
+    // Acknowledges of the bytes read: '+' the master acked, '-' it did not.
+    static std::string acks() {
+        std::string s;
+        for (const sim::I2cEvent &e : sim::i2c_log()) {
+            s += e.kind == sim::I2cEvent::Read ? (e.ack ? "+" : "-") : "";
+        }
+        return s;
+    }
 };
 
 TEST_F(FramTest, TransfersOnTheBus) {
     uint8_t data[3] = {0x0A, 0x0B, 0x0C};
     uint8_t buf[4] = {0, 0, 0, 0};
+    mem[0x0203] = 0x11, mem[0x0204] = 0x22, mem[0x0205] = 0x33;
     struct {
         bool write;
         uint32_t address;
         uint32_t length;
-        const char *bus;
+        const char *bus, *acks;
     } cases[] = {
-        {true, 0x0102, 3, "Sw 01 02 0A 0B 0C P"},
-        {true, 0x0102, 0, "Sw 01 P"}, // only the high address byte
-        {true, 0x7FFF, 1, "Sw 7F FF 0A P"},
-        {false, 0x0203, 1, "Sw 02 03 Sr r- P"}, // a single receive
-        {false, 0x0203, 2, "Sw 02 03 Sr r+ r- P"},
-        {false, 0x0203, 3, "Sw 02 03 Sr r+ r+ r- P"},
+        {true, 0x0102, 3, "[50 W] 01 02 0A 0B 0C P", ""},
+        {true, 0x0102, 0, "[50 W] 01 P", ""}, // only the high address byte
+        {true, 0x7FFF, 1, "[50 W] 7F FF 0A P", ""},
+        {false, 0x0203, 1, "[50 W] 02 03 [50 R] 11 P", "-"}, // a single receive
+        {false, 0x0203, 2, "[50 W] 02 03 [50 R] 11 22 P", "+-"},
+        {false, 0x0203, 3, "[50 W] 02 03 [50 R] 11 22 33 P", "++-"},
     };
     for (const auto &c : cases) {
-        spy->log.clear();
+        sim::i2c_log_clear();
         if (c.write) {
             i2c0_fram_write(FRAM_I2C_ADDR, data, c.length, c.address);
         } else {
             i2c0_fram_read(FRAM_I2C_ADDR, buf, c.length, c.address, 0);
         }
-        EXPECT_EQ(spy->log, c.bus) << c.address << " " << c.length;
+        EXPECT_EQ(sim::i2c_log_text(), c.bus) << c.address << " " << c.length;
+        EXPECT_EQ(acks(), c.acks) << c.address << " " << c.length;
     }
-    spy->log.clear();
-    EXPECT_EQ(fram_read(0x10005, buf, 2), 2u); // address modulo 65536
-    EXPECT_EQ(spy->log, "Sw 00 05 Sr r+ r- P");
+    sim::i2c_log_clear();
+    EXPECT_EQ(fram_read(0x10203, buf, 2), 2u); // address modulo 65536
+    EXPECT_EQ(sim::i2c_log_text(), "[50 W] 02 03 [50 R] 11 22 P");
 
     uint8_t big[2] = {0x77, 0x66};
-    spy->log.clear();
+    sim::i2c_log_clear();
     fram_apf_dbuf_store(big, 65537); // length modulo 65536: one byte
-    EXPECT_EQ(spy->log, "Sw 04 00 77 P");
+    EXPECT_EQ(sim::i2c_log_text(), "[50 W] 04 00 77 P");
 }
 
 TEST_F(FramTest, TransfersRestoreTheInterruptMask) {
@@ -389,34 +354,32 @@ TEST_F(FramTest, RecordsAtTheirAddresses) {
         fill(c.rec, c.size, (uint8_t)c.addr);
         std::vector<uint8_t> image((uint8_t *)c.rec, (uint8_t *)c.rec + c.size);
         c.store();
-        EXPECT_EQ(
-            std::vector<uint8_t>(spy->mem.begin() + c.addr, spy->mem.begin() + c.addr + c.size),
-            image);
+        EXPECT_EQ(std::vector<uint8_t>(mem + c.addr, mem + c.addr + c.size), image);
         memset(c.rec, 0, c.size);
         c.retrieve();
         EXPECT_EQ(std::vector<uint8_t>((uint8_t *)c.rec, (uint8_t *)c.rec + c.size), image);
     }
-    spy->log.clear();
+    sim::i2c_log_clear();
     fram_apf_store_all();
-    EXPECT_EQ(spy->log.rfind("Sw 01 00 ", 0), 0u) << "float-controller record first";
-    EXPECT_NE(spy->log.find("P Sw 00 80 "), std::string::npos) << "then the last sample";
+    std::string log = sim::i2c_log_text();
+    EXPECT_EQ(log.rfind("[50 W] 01 00 ", 0), 0u) << "float-controller record first";
+    EXPECT_NE(log.find("P [50 W] 00 80 "), std::string::npos) << "then the last sample";
 
     uint8_t out[5] = {1, 2, 3, 4, 5}, in[5] = {0};
     fram_apf_dbuf_store(out, 5);
     fram_apf_dbuf_retrieve(in, 5);
     EXPECT_EQ(std::vector<uint8_t>(in, in + 5), std::vector<uint8_t>(out, out + 5));
-    EXPECT_EQ(spy->mem[1024], 1);
+    EXPECT_EQ(mem[1024], 1);
 }
 
 TEST_F(FramTest, ProbeAndInit) {
     EXPECT_EQ(fram_probe(), 0xAA55AA55u);
-    EXPECT_EQ(std::vector<uint8_t>(spy->mem.begin(), spy->mem.begin() + 4),
-              (std::vector<uint8_t>{0x55, 0xAA, 0x55, 0xAA}));
+    EXPECT_EQ(std::vector<uint8_t>(mem, mem + 4), (std::vector<uint8_t>{0x55, 0xAA, 0x55, 0xAA}));
     EXPECT_EQ(fram_init(), 0);
     wait_consoleTx();
     EXPECT_EQ(sim::console_take(), "");
 
-    spy->dead = true;
+    sim::attach_i2c(FRAM_I2C_ADDR, nullptr); // nobody answers
     EXPECT_EQ(fram_probe(), 0u);
     EXPECT_EQ(fram_init(), 1);
     wait_consoleTx();
@@ -489,12 +452,7 @@ TEST_F(BoardTest, SupplyNotices) {
         {pwr_flash_off, "pwr_flash_off needs imp board_util.c\r\n"},
         {pwr_uSD_on, ""},
         {pwr_uSD_off, "pwr_uSD_on needs imp board_util.c\r\n"}, // names "on", as always
-        {console_on, "\r\nconsole enable is not ported on ZEP3, board_util.c, line 118\r\n"},
-        {console_off, ""},
-        {pump_on,
-         "pump_on is PCAL6416 on ZEP3 baseboard, not supported yet board_util.c line 339\r\n"},
-        {pump_off,
-         "pump_off is PCAL6416 on ZEP3 baseboard, not supported yet board_util.c line 357\r\n"},
+        {console_off, ""}, // console_on and the pump switches: sample and spine tests
         {read_wdog_flipflop, "Not implemented yet\r\n"},
         {solenoid_hit, ""},
         {pwr_ctd_on, ""},

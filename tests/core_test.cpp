@@ -52,14 +52,11 @@ TEST_F(Core, DefaultsImage) {
     init_sys_data_default();
     EXPECT_EQ(console(), "Baud rate is changed to default: 115200\r\n");
 
-    const uint8_t *img = reinterpret_cast<const uint8_t *>(&sys_data);
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(img + 600), 28),
-              std::string("Fenwa v5.0.3 ZEP3 123g revB\0", 28));
-    EXPECT_EQ(std::string(reinterpret_cast<const char *>(img + 632), 11),
-              std::string("noname.txt\0", 11));
-    uint32_t baud;
-    std::memcpy(&baud, img + 196, 4);
-    EXPECT_EQ(baud, 115200u);
+    // Where each field lies is pinned by the record's static_asserts and the
+    // stored-layout scenario (scenario_spine_test).
+    EXPECT_STREQ(sys_data.firmware_version, "Fenwa v5.0.3 ZEP3 123g revB");
+    EXPECT_STREQ(sys_data.fileName, "noname.txt");
+    EXPECT_EQ(sys_data.baud_rate, 115200u);
 
     EXPECT_EQ(sys_data.qa.adc24, 77u);
     EXPECT_EQ(sys_data.spare[10], 1.5f);
@@ -127,15 +124,10 @@ TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
 
     sys_data.firmware_version[16] = '4';
     eeprom_firmware_qa_check();
-    std::string out = console();
-    EXPECT_EQ(out.rfind("\r\n\r\n\r\n\r\n\r\n************* ERROR: EEPROM data check failed", 0),
-              0u);
-    scenario::expect_in(out,
-                        {"*  Version: Fenwa v5.0.3 ZEP4 123g revB, does not match firmware: "
-                         "Fenwa v5.0.3 ZEP3 123g revB\r\n\r\n*  Run EEPROM data procedure:  \r\n",
-                         "\r\n\r\n*****************************************************************"
-                         "***********************\r\n"});
-    EXPECT_EQ(out.substr(out.size() - 4), "**\r\n");
+    // The banner's text is checked through the menus (scenario_spine_test).
+    EXPECT_NE(console().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
+                             "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
+              std::string::npos);
 
     // An unterminated stored text is shown within its field only.
     std::memset(sys_data.firmware_version, 'A', sizeof sys_data.firmware_version);
@@ -277,23 +269,6 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     EXPECT_EQ(sys_samp.state, DEPLOYED);
     EXPECT_EQ(sys_samp.nextWakeUp, kTenOClock);
     EXPECT_EQ(HibernateRTCMatchGet(0), kTenOClock + 2);
-}
-
-TEST_F(Core, FailedHibernationResets) {
-    sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
-    try {
-        sleep(IDLE, 0);
-        ADD_FAILURE() << "sleep returned";
-    } catch (const sim::CycleEnd &e) {
-        EXPECT_EQ(e.reason, sim::EndReason::Reset);
-    }
-    EXPECT_EQ(sim::state().hib_requests, 1u);
-    std::string out = console();
-    scenario::expect_in(out,
-                        {"*\r\nconsole enable is not ported on ZEP3",
-                         "\r\n\r\n\r\nHibernation error!  Possible cause: remove JP1 on VEXA board "
-                         "\r\n\r\n\r\n",
-                         "\r\n\r\n\r\nCalling SysCtrlReset...\r\n\r\n\r\n"});
 }
 
 TEST_F(Core, WakeClassification) {

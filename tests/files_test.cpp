@@ -290,18 +290,6 @@ TEST(FilesScenario, GdataPagesNewLinesStopsAtALineEndOnAKeyAndResumes) {
     EXPECT_EQ(r3.out.find("line "), std::string::npos);
 }
 
-TEST(FilesScenario, ErrorLogEntriesCarryTheirTimeStamps) {
-    Board b;
-    auto r = b.run("1 sleep\\r\n", 3, {"--hib-fail", "--rtc", "1735689600"});
-    std::string log = b.cardFile("ERROR.TXT");
-    ASSERT_FALSE(log.empty()) << r.out;
-    const std::string text = " Hibernation error.  Possible cause: remove JP1 on VEXA board.  \r\n";
-    // "\r\n2025/01/01 00:00:0S" then the text, once per failed hibernation.
-    ASSERT_GE(log.size(), 2 + 19 + text.size());
-    EXPECT_EQ(log.substr(0, 19), "\r\n2025/01/01 00:00:");
-    EXPECT_EQ(log.substr(21, text.size()), text);
-}
-
 TEST(FilesScenario, CardCommandLine) {
     Board b;
     b.run("1 version\\r\n", 2, kAtNewYear);
@@ -742,7 +730,7 @@ TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     EXPECT_EQ(stored.fast_mode, 1u);
 }
 
-TEST_F(Files, CalFileNameResultNamesAndTheCommandProcessor) {
+TEST_F(Files, CalFileNameResultNamesAndLongFileLines) {
     set_cal_filename("A_VERY_LONG_CALIBRATION_FILE_NAME.cal");
     EXPECT_EQ(std::string(sys_data.cal_filename), "A_VERY_LONG_CALIBRATION_FILE_NA");
     set_cal_filename("DF384.cal");
@@ -753,33 +741,6 @@ TEST_F(Files, CalFileNameResultNamesAndTheCommandProcessor) {
     EXPECT_STREQ(StringFromFresult(FR_INVALID_PARAMETER), "FR_INVALID_PARAMETER");
     EXPECT_STREQ(StringFromFresult((FRESULT)20), "UNKNOWN ERROR CODE");
     EXPECT_STREQ(StringFromFresult((FRESULT)0xFB), "UNKNOWN ERROR CODE");
-
-    static int seen;
-    static std::string words;
-    static const tCmdLineEntry table[] = {{"go",
-                                           [](int argc, char *argv[]) {
-                                               words.clear();
-                                               for (int i = 0; i < argc; i++) {
-                                                   words += std::string(argv[i]) + "|";
-                                               }
-                                               seen = argc;
-                                               return 7;
-                                           },
-                                           ""},
-                                          {nullptr, nullptr, nullptr}};
-    char line[64];
-    strcpy(line, "  go  a   b ");
-    EXPECT_EQ(CmdLineProcess(line, table), 7);
-    EXPECT_EQ(words, "go|a|b|");
-    strcpy(line, "");
-    EXPECT_EQ(CmdLineProcess(line, table), 0);
-    strcpy(line, "gone");
-    EXPECT_EQ(CmdLineProcess(line, table), CMDLINE_BAD_CMD);
-    strcpy(line, "go 1 2 3 4 5 6 7");
-    EXPECT_EQ(CmdLineProcess(line, table), 7);
-    EXPECT_EQ(seen, 8);
-    strcpy(line, "go 1 2 3 4 5 6 7 8");
-    EXPECT_EQ(CmdLineProcess(line, table), CMDLINE_TOO_MANY_ARGS);
 
     // sd_fprintf cuts a line at 255 characters.
     FIL f;

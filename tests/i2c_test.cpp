@@ -192,24 +192,6 @@ TEST_F(I2cParts, Bme280StartsAndMeasuresTheBoardAir) {
     EXPECT_LE(bme280_get_uiHumidity(), 40u);
 }
 
-TEST_F(I2cParts, Bme280ModelReportsItsConversion) {
-    auto m = std::make_shared<sim::Bme280Model>();
-    sim::attach_i2c(0x77, m);
-    uint8_t v[3] = {};
-    ASSERT_EQ(i2c0_reg_read(0x77, 0xF7, v, 3), 0);
-    EXPECT_EQ(v[0], 0x80) << "reset value before the first measurement";
-    ASSERT_EQ(i2c0_reg_write(0x77, 0xF4, 0x25), 0);
-    ASSERT_EQ(i2c0_reg_read(0x77, 0xF3, v, 1), 0);
-    EXPECT_EQ(v[0], 0x08) << "measuring";
-    SysCtlDelay(16667 * 10);
-    ASSERT_EQ(i2c0_reg_read(0x77, 0xF3, v, 2), 0);
-    EXPECT_EQ(v[0], 0x00);
-    EXPECT_EQ(v[1], 0x24) << "back in sleep mode";
-    EXPECT_EQ(m->measurements(), 1u);
-    ASSERT_EQ(i2c0_reg_read(0x77, 0xFA, v, 3), 0);
-    EXPECT_EQ((v[0] << 12) | (v[1] << 4) | (v[2] >> 4), m->raw_t());
-}
-
 struct ChipCase {
     int id; // -1: no part at 0x77
     int init;
@@ -363,16 +345,9 @@ TEST_F(I2cParts, Ina260FactorsAndFixedSupplyFigures) {
     EXPECT_EQ(ina260_system_read_data(), 0);
     EXPECT_EQ(sim::i2c_log_text(), "") << "the monitor is not read on this board";
 
-    // the monitors answer by their register map
     uint16_t r = 0;
     ASSERT_EQ(ina260_read_reg(0x4C, INA260_REG_BUS_VOLTAGE, &r), 0);
-    EXPECT_EQ(r, 11440) << "14.3 V in 1.25 mV steps";
-    ASSERT_EQ(ina260_read_reg(0x4C, INA260_REG_CURRENT, &r), 0);
-    EXPECT_EQ(r, 30);
-    ASSERT_EQ(ina260_read_reg(0x40, INA260_REG_MANUFACTURER_ID, &r), 0);
-    EXPECT_EQ(r, 0x5449);
-    ASSERT_EQ(ina260_read_reg(0x40, INA260_REG_CONFIG, &r), 0);
-    EXPECT_EQ(r, 0x6127);
+    EXPECT_EQ(r, 11440) << "14.3 V in 1.25 mV steps, high byte first";
     EXPECT_NE(ina260_read_reg(0x4F, INA260_REG_CONFIG, &r), 0) << "nobody at 0x4F";
     EXPECT_FALSE(I2CMasterBusBusy(I2C0_BASE));
 }

@@ -382,64 +382,65 @@ TEST_F(SampleTest, ErrorLogEntries) {
 
 // The dialogues run with echo off: the transcript shows the firmware's own
 // text only.
-TEST_F(SampleTest, PumpSequenceTypeAndSinglePumpDialogue) {
-    UARTEchoSet(false);
-    sys_data.pump_seq_type = 1;
-    sys_data.pump1_ontime = 0;
-    sys_samp.pump1_cnt = 5;
-    auto op = answering({"5", "", "3601", "3600"});
-    sim::attach_serial(UART0_BASE, op);
-    pump_sequencer_setup();
-    wait_consoleTx();
-    EXPECT_TRUE(op->all_answered());
-    std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two Pump "
-                    "BEAMSv2, 4=Self Cal [1]: ";
-    EXPECT_EQ(op->seen, q + "\r\nEnter 1,2,3,4 to select pump sequencer, 0 to disable\r\n" + q +
-                            "Enter Pump1 run time [0] sec: \r\nEnter time less than 3600 sec\r\n"
-                            "Enter Pump1 run time [0] sec: Pump on time now 3600 sec.\r\n"
-                            "Enter Experiment Delay Start feature is not yet implemented...\r\n"
-                            "Enter Experiment Duty Cycle feature is not yet implemented...\r\n");
-    EXPECT_EQ(sys_data.pump_seq_type, 1u);
-    EXPECT_EQ(sys_data.pump1_ontime, 3600u);
-    EXPECT_EQ(sys_samp.pump1_cnt, 0u);
-    uint8_t rec[60];
-    fram_read(FRAM_ADDR_SYS_SAMP, rec, sizeof rec);
-    EXPECT_EQ(memcmp(rec, &sys_samp, sizeof rec), 0);
-}
-
-TEST_F(SampleTest, PumpTypeZeroComesBackAndTwoPumpLimits) {
-    UARTEchoSet(false);
-    sys_data.pump_seq_type = 1;
-    sys_data.pump1_ontime = 0;
-    sys_data.pump2_ontime = 0;
-    auto op = answering({"0", "2", "18001", "18000", "", "1001", "1000", ""});
-    sim::attach_serial(UART0_BASE, op);
-    pump_sequencer_setup();
-    wait_consoleTx();
-    EXPECT_TRUE(op->all_answered());
-    std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two Pump "
-                    "BEAMSv2, 4=Self Cal [1]: ";
-    EXPECT_EQ(op->seen, q +
-                            "Pump Sequence Type = 0, Disabled\r\n"
-                            "\r\nEnter 1,2,3,4 to select pump sequencer, 0 to disable\r\n" +
-                            q +
-                            "Pump Sequence Type = 2\r\n"
-                            "Enter Experiment Delay Start feature is not yet implemented...\r\n"
-                            "Enter Experiment Duty Cycle feature is not yet implemented...\r\n"
-                            "\r\nEnter Pump1 run time [0] sec: "
-                            "Enter a number less than or equal to 18000 seconds\r\n"
-                            "\r\nEnter Pump1 run time [0] sec: Pump1 run time = 18000 sec\r\n"
-                            "\r\nEnter Pump2 run time [0] sec: "
-                            "\r\nEnter number of sampling cycles for Pump1 [1]: "
-                            "Enter a number less than 1000 cycles\r\n"
-                            "\r\nEnter number of sampling cycles for Pump1 [1]: "
-                            "Sampling cycles Pump1 = 1000\r\n"
-                            "\r\nEnter number of sampling cycles for Pump2 [0]: ");
-    EXPECT_EQ(sys_data.pump_seq_type, 2u);
-    EXPECT_EQ(sys_data.pump1_ontime, 18000u);
-    EXPECT_EQ(sys_data.pump2_ontime, 0u);
-    EXPECT_EQ(sys_data.pump1_cycles, 1000u);
-    EXPECT_EQ(sys_data.pump2_cycles, 0u);
+TEST_F(SampleTest, PumpSequenceDialogues) {
+    const std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two "
+                          "Pump BEAMSv2, 4=Self Cal [1]: ";
+    const std::string again = "\r\nEnter 1,2,3,4 to select pump sequencer, 0 to disable\r\n" + q;
+    const std::string later = "Enter Experiment Delay Start feature is not yet implemented...\r\n"
+                              "Enter Experiment Duty Cycle feature is not yet implemented...\r\n";
+    struct {
+        std::vector<std::string> answers;
+        std::string transcript;
+        uint32_t type, on1, on2, cycles1;
+    } cases[] = {
+        {{"5", "", "3601", "3600"},
+         q + again +
+             "Enter Pump1 run time [0] sec: \r\nEnter time less than 3600 sec\r\n"
+             "Enter Pump1 run time [0] sec: Pump on time now 3600 sec.\r\n" +
+             later,
+         1,
+         3600,
+         0,
+         1},
+        {{"0", "2", "18001", "18000", "", "1001", "1000", ""},
+         q + "Pump Sequence Type = 0, Disabled\r\n" + again + "Pump Sequence Type = 2\r\n" + later +
+             "\r\nEnter Pump1 run time [0] sec: "
+             "Enter a number less than or equal to 18000 seconds\r\n"
+             "\r\nEnter Pump1 run time [0] sec: Pump1 run time = 18000 sec\r\n"
+             "\r\nEnter Pump2 run time [0] sec: "
+             "\r\nEnter number of sampling cycles for Pump1 [1]: "
+             "Enter a number less than 1000 cycles\r\n"
+             "\r\nEnter number of sampling cycles for Pump1 [1]: "
+             "Sampling cycles Pump1 = 1000\r\n"
+             "\r\nEnter number of sampling cycles for Pump2 [0]: ",
+         2,
+         18000,
+         0,
+         1000},
+    };
+    for (const auto &c : cases) {
+        UARTEchoSet(false);
+        sys_data.pump_seq_type = 1;
+        sys_data.pump1_ontime = sys_data.pump2_ontime = 0;
+        sys_samp.pump1_cnt = 5;
+        auto op = answering(c.answers);
+        sim::attach_serial(UART0_BASE, op);
+        pump_sequencer_setup();
+        wait_consoleTx();
+        EXPECT_TRUE(op->all_answered());
+        EXPECT_EQ(op->seen, c.transcript);
+        EXPECT_EQ(sys_data.pump_seq_type, c.type);
+        EXPECT_EQ(sys_data.pump1_ontime, c.on1);
+        EXPECT_EQ(sys_data.pump2_ontime, c.on2);
+        EXPECT_EQ(sys_data.pump1_cycles, c.cycles1);
+        EXPECT_EQ(sys_data.pump2_cycles, 0u);
+        if (c.type == 1) { // the single pump's count starts again, kept in FRAM at once
+            EXPECT_EQ(sys_samp.pump1_cnt, 0u);
+            uint8_t rec[60];
+            fram_read(FRAM_ADDR_SYS_SAMP, rec, sizeof rec);
+            EXPECT_EQ(memcmp(rec, &sys_samp, sizeof rec), 0);
+        }
+    }
 }
 
 TEST_F(SampleTest, PwmPhaseBoundaries) {

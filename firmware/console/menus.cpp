@@ -1,6 +1,6 @@
 // Operator menus reached from the main menu: configuration with its advanced
 // page, the deployment note, help and the experimental menu. The test menu
-// and the board QA are in menu_test.cpp.
+// and the board QA are in qa_menu.cpp.
 //
 // Every prompt shows the current value in brackets and keeps it on Enter or
 // when the operator walks away; a value is only written to sys_data once it
