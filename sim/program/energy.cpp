@@ -20,34 +20,59 @@
 namespace sim {
 
 std::vector<Current> &currents() {
+    // Each source says where the figure stands: a document and the place in
+    // it, or "estimate:" and what the guess rests on. "Not rechecked" marks a
+    // figure noted from the document once and not yet read again in its table.
     static std::vector<Current> t = {
         {"cpu.run", 32.0,
-         "TM4C123GH6PM data sheet, run mode, 50 MHz from the PLL, peripherals on, typ."},
+         "estimate after the TM4C123GH6PM data sheet, current consumption, run mode "
+         "(flash loop, peripherals on), 50 MHz from the PLL, typ.; not rechecked"},
         {"cpu.hibernate", 0.0016,
-         "TM4C123GH6PM data sheet, hibernation mode on VBAT, RTC running, typ."},
+         "estimate after the TM4C123GH6PM data sheet, hibernation mode on VBAT with the "
+         "RTC running, typ.; not rechecked"},
         {"board.sleep", 0.030,
-         "estimate: regulator quiescent current and FRAM standby while hibernating"},
+         "MB85RC256V FRAM data sheet DS501-00017-3v0-E, features: standby current 27 uA "
+         "typ.; plus estimate: 3 uA for the regulator's quiescent current"},
         {"frontend.iso", 10.0,
-         "estimate: isolated DC-DC converter at light load, ADS1248 (data sheet: under 0.5 mA), "
-         "sensor bias"},
-        {"ctd.sbe37", 34.0, "SBE 37-SMP user manual, power requirements: acquisition current"},
-        {"ctd.sbe37.sleep", 0.030, "SBE 37-SMP user manual, power requirements: quiescent current"},
-        {"ctd.aand5860", 10.0, "estimate after the Aanderaa conductivity sensor's current drain"},
+         "estimate: no-load input current of a small isolated DC-DC module (the part is "
+         "not known), plus the ADS1248 (under 0.5 mA after its data sheet, not "
+         "rechecked) and the sensor bias"},
+        {"ctd.sbe37", 34.0,
+         "estimate after the SBE 37-SMP user manual, specifications: acquisition "
+         "current; not rechecked"},
+        {"ctd.sbe37.sleep", 0.030,
+         "estimate after the SBE 37-SMP user manual, specifications: quiescent current; "
+         "not rechecked"},
+        {"ctd.aand5860", 10.0,
+         "estimate: no public current figure found for the conductivity sensor "
+         "4319/5860; taken as a smart sensor sampling at 12 V"},
         {"ctd.aand5860.sleep", 0.20,
-         "estimate after the Aanderaa conductivity sensor's quiescent current"},
+         "estimate: no public figure found; taken equal to the optode's sleep current"},
         {"inst.optode", 30.0,
-         "Aanderaa oxygen optode 4330/4831 operating manual: maximum average current"},
+         "estimate after the TD 269 operating manual (oxygen optode 4330/4831), 1.3 "
+         "specifications: maximum average current; not rechecked (a profiler manual "
+         "counts 0.0205 mAh per optode sample, which this overstates)"},
         {"inst.optode.sleep", 0.23,
-         "Aanderaa oxygen optode 4330/4831 operating manual: quiescent current"},
-        {"inst.ocr", 40.0, "estimate for an OCR-504 radiometer while sampling"},
+         "estimate after the TD 269 operating manual (oxygen optode 4330/4831), 1.3 "
+         "specifications: quiescent current; not rechecked"},
+        {"inst.ocr", 40.0,
+         "estimate: the OCR-504 operation manual (SAT-DN-00034 rev. G) gives the supply as "
+         "6 to 22 V but no current in the pages found"},
         {"inst.ocr.sleep", 0.0, "the radiometer is powered only while the port is"},
-        {"inst.nanofet", 15.0, "estimate for a NanoFET pH logger while answering"},
-        {"inst.nanofet.sleep", 0.05, "estimate for a NanoFET pH logger asleep"},
-        {"inst.picoph", 20.0, "estimate for a picoPH meter while measuring"},
-        {"inst.picoph.sleep", 0.01, "estimate for a picoPH meter asleep"},
-        {"pump", 100.0, "estimate for a small submersible pump at 12 V"},
+        {"inst.nanofet", 15.0,
+         "estimate: no public current figure found for the NanoFET logger answering"},
+        {"inst.nanofet.sleep", 0.05, "estimate: no public figure found for the NanoFET asleep"},
+        {"inst.picoph", 20.0,
+         "estimate: the Pico-pH manual gives no supply current in the pages found; "
+         "taken as an optical meter with its LED pulsing"},
+        {"inst.picoph.sleep", 0.01,
+         "estimate: the Pico-pH manual's deep sleep (#STOP, wake-up up to 250 ms) is "
+         "\"very low power consumption\" without a figure"},
+        {"pump", 100.0,
+         "estimate: the board's pump is not known; a small submersible pump at 12 V"},
         {"card.active", 50.0,
-         "estimate for a microSD card writing (the SD card standard allows up to 100 mA)"},
+         "estimate: microSD cards draw 20 to 100 mA writing at 3.3 V by make; the card's "
+         "sheet gives no write current and SD cards are quoted at up to 100 mA"},
     };
     return t;
 }
