@@ -38,10 +38,10 @@ std::vector<Current> &currents() {
          "not known), plus the ADS1248 (under 0.5 mA after its data sheet, not "
          "rechecked) and the sensor bias"},
         {"ctd.sbe37", 34.0,
-         "estimate after the SBE 37-SMP user manual, specifications: acquisition "
+         "estimate after the SBE 37-SMP user manual, technical data: acquisition "
          "current; not rechecked"},
         {"ctd.sbe37.sleep", 0.030,
-         "estimate after the SBE 37-SMP user manual, specifications: quiescent current; "
+         "estimate after the SBE 37-SMP user manual, technical data: quiescent current; "
          "not rechecked"},
         {"ctd.aand5860", 10.0,
          "estimate: no public current figure found for the conductivity sensor "
@@ -50,11 +50,11 @@ std::vector<Current> &currents() {
          "estimate: no public figure found; taken equal to the optode's sleep current"},
         {"inst.optode", 30.0,
          "estimate after the TD 269 operating manual (oxygen optode 4330/4831), 1.3 "
-         "specifications: maximum average current; not rechecked (a profiler manual "
+         "technical data: maximum average current; not rechecked (a profiler manual "
          "counts 0.0205 mAh per optode sample, which this overstates)"},
         {"inst.optode.sleep", 0.23,
          "estimate after the TD 269 operating manual (oxygen optode 4330/4831), 1.3 "
-         "specifications: quiescent current; not rechecked"},
+         "technical data: quiescent current; not rechecked"},
         {"inst.ocr", 40.0,
          "estimate: the OCR-504 operation manual (SAT-DN-00034 rev. G) gives the supply as "
          "6 to 22 V but no current in the pages found"},
