@@ -151,9 +151,9 @@ TEST(CardStack, FirmwareWritesWhatMtoolsReads) {
     std::string s = "1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 5\\r\n";
     double t = 4;
     for (const char *cmd :
-         {"mkdir logs", "cd logs", "mkdir old", "yr", "", "cd /", "mv recv.txt logs/note.txt",
+         {"mkdir logs", "cd logs", "mkdir old", "yr", "", "cd /", "mv logs/recv.txt logs/note.txt",
           "cat logs/note.txt", "ls", "cd logs", "ls", "rm old", "ls", "exit"}) {
-        // after "yr" the terminal sends the batch
+        // after "yr" the terminal sends the batch, received into the current folder
         std::string line =
             *cmd ? std::string(cmd) + "\\r" : escaped(ymodem_batch("recv.txt", sent));
         s += std::to_string(t) + " " + line + "\n";
