@@ -664,9 +664,11 @@ def main():
     handlers = [(h, deepest(find(h))) for h in HANDLERS]
     worst_h = max(handlers, key=lambda h: h[1][0])
     worst = main_d[0] + worst_h[1][0] + a.exception_frame
-    if not main_d[1] or not frame:
+    # A frame of 0 for the entry or the sample cycle means their .su/.ci files
+    # are missing (a compiler cache hit writes none): no figure beats a false one.
+    if not main_d[1] or not frame or main_d[0] == 0 or sample_d[0] == 0:
         sys.exit(f"size_budget: no call graph for ResetISR under {a.objdir} "
-                 "(built without -fcallgraph-info=su?)")
+                 "(built without -fcallgraph-info=su, or through a compiler cache?)")
 
     # -- report --
     def short(name, width=40):
