@@ -16,6 +16,10 @@ target=$1 seconds=$2
 shift 2
 scripts/setup.sh
 cc=${FENWA_FUZZ_CC:-clang-14} cxx=${FENWA_FUZZ_CXX:-clang++-14}
+if ! command -v "$cxx" >/dev/null; then
+    echo "fuzz.sh: $cxx is missing (Debian: clang-14 libclang-rt-14-dev; scripts/setup.sh installs them when it can)" >&2
+    exit 1
+fi
 if [[ ! -f build/fuzz/build.ninja ]]; then
     CC=$cc CXX=$cxx cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DFENWA_SANITIZE=ON -DFENWA_FUZZ=ON >/dev/null

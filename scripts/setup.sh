@@ -8,14 +8,14 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     gcc-arm-none-eabi libnewlib-arm-none-eabi libstdc++-arm-none-eabi-newlib
     clang-format
-    clang-14 libclang-rt-14-dev
     lrzsz
     python3
     dosfstools mtools
 )
 # Wanted but not needed: without QEMU the emulated boot test reports a skip;
-# without these the tests of the Python tools (tools/) that need them do.
-optional=(qemu-system-arm python3-pandas python3-matplotlib python3-serial)
+# without these the tests of the Python tools (tools/) that need them do;
+# clang and its runtime are for scripts/fuzz.sh (libFuzzer).
+optional=(qemu-system-arm python3-pandas python3-matplotlib python3-serial clang-14 libclang-rt-14-dev)
 
 missing=()
 for pkg in "${packages[@]}"; do
