@@ -41,10 +41,21 @@ TEST(Scenario, NewBoardBootsWithFramDefaultsAndServesMenu) {
 }
 
 TEST(Scenario, MenuFallsAsleepAfterThirtySeconds) {
-    Board b;
-    auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n", 40);
-    std::string tail = after(r.out, "Enter Selection: ");
-    EXPECT_EQ(tail, "*");
+    // Also with a stray byte or half a selection on the line (no Enter): the
+    // countdown starts again with each byte, then the board sleeps.
+    const struct {
+        const char *script;
+        const char *tail;
+    } cases[] = {
+        {"1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n", "*"},
+        {"2 m\\r\n14 x\n", "x*"},
+        {"2 m\\r\n14 \\x18\\x18\\x18\n", "\x18\x18\x18*"},
+    };
+    for (const auto &c : cases) {
+        Board b;
+        auto r = b.run(c.script, 60);
+        EXPECT_EQ(after(r.out, "Enter Selection: "), c.tail) << c.script;
+    }
 }
 
 TEST(Scenario, StoredRecordsHaveTheStoredLayout) {

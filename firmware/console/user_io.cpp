@@ -195,6 +195,12 @@ int get_key_m2m(void) {
     }
 }
 
+// Whether get_key_m2m would return at once: a whole line, or the float
+// controller's 'U', waits in the console ring.
+int key_m2m_ready(void) {
+    return UARTPeek('U') >= 0 || line_ready() ? 1 : 0;
+}
+
 int yesOrNoMenuChoice(const char *prompt, int default_response) {
     uprintf("%s", prompt);
     int key = get_key();

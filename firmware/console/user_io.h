@@ -13,6 +13,7 @@ uint32_t sprn_nl(char *bufPtr, uint32_t bufIndx);
 int get_key(void);
 int rx_console_byte(void);
 int get_key_m2m(void);
+int key_m2m_ready(void);
 int yesOrNoMenuChoice(const char *prompt, int default_response);
 int kbhit(void);
 int getchar_timed(uint32_t timeout);

@@ -237,8 +237,16 @@ void exec_main_menu(void) {
     for (;;) {
         print_main_menu();
         UARTFlushRx();
+        // The countdown runs until a selection is complete: a stray byte or
+        // half a line left on the console must not keep the board awake for
+        // good. Each byte typed gives the operator the whole time again.
         uint32_t deadline = HibernateRTCGet() + deployDelay;
-        while (UARTRxBytesAvail() == 0) {
+        int typed = 0;
+        while (key_m2m_ready() == 0) {
+            if (UARTRxBytesAvail() != typed) {
+                typed = UARTRxBytesAvail();
+                deadline = HibernateRTCGet() + deployDelay;
+            }
             if (HibernateRTCGet() >= deadline) {
                 if (sys_samp.state != DEPLOYED) {
                     dbg_printf("\r\nexec_main_menu:***** SLEEP *****\r\n");
