@@ -96,8 +96,11 @@ class Fenwa:
         self.send(line + "\r")
         got = self.read_until(until, timeout)
         text = got.decode("latin-1")
-        if text.startswith(line):
-            text = text[len(line):]  # the echo
+        # the echo, perhaps behind a late prompt from a wake key the board took
+        # while it was still starting
+        at = text.find(line)
+        if at >= 0 and text[:at].strip("\r\n>") == "":
+            text = text[at + len(line):]
         if until == PROMPT and text.endswith("\r\n>"):
             text = text[:-3]
         return text.strip("\r\n")
