@@ -196,6 +196,18 @@ FRESULT folder(const std::vector<std::string> &parts, size_t n, std::string &hos
     return FR_OK;
 }
 
+// Components of a path that names an entry, and the host folder it sits in.
+FRESULT parent(const TCHAR *path, std::vector<std::string> &parts, std::string &dir) {
+    FRESULT r = split(path, parts);
+    if (r != FR_OK) {
+        return r;
+    }
+    if (parts.empty()) {
+        return FR_INVALID_NAME;
+    }
+    return folder(parts, parts.size() - 1, dir);
+}
+
 uint64_t clusters_of(uint64_t bytes) {
     return (bytes + kClusterBytes - 1) / kClusterBytes;
 }
@@ -335,17 +347,11 @@ FRESULT f_open(FIL *fp, const TCHAR *path, BYTE mode) {
         return r;
     }
     std::vector<std::string> parts;
-    if ((r = split(path, parts)) != FR_OK) {
+    std::string dir;
+    if ((r = parent(path, parts, dir)) != FR_OK) {
         return r;
-    }
-    if (parts.empty()) {
-        return FR_INVALID_NAME;
     }
     mode &= FA_READ | FA_WRITE | FA_CREATE_ALWAYS | FA_OPEN_ALWAYS | FA_CREATE_NEW;
-    std::string dir;
-    if ((r = folder(parts, parts.size() - 1, dir)) != FR_OK) {
-        return r;
-    }
     card_time(0);
     std::string host;
     bool exists = find(dir, parts.back(), host);
@@ -641,14 +647,8 @@ FRESULT f_stat(const TCHAR *path, FILINFO *fno) {
         return r;
     }
     std::vector<std::string> parts;
-    if ((r = split(path, parts)) != FR_OK) {
-        return r;
-    }
-    if (parts.empty()) {
-        return FR_INVALID_NAME;
-    }
     std::string dir, host;
-    if ((r = folder(parts, parts.size() - 1, dir)) != FR_OK) {
+    if ((r = parent(path, parts, dir)) != FR_OK) {
         return r;
     }
     struct stat sb;
@@ -667,14 +667,8 @@ FRESULT f_unlink(const TCHAR *path) {
         return r;
     }
     std::vector<std::string> parts;
-    if ((r = split(path, parts)) != FR_OK) {
-        return r;
-    }
-    if (parts.empty()) {
-        return FR_INVALID_NAME;
-    }
     std::string dir, host;
-    if ((r = folder(parts, parts.size() - 1, dir)) != FR_OK) {
+    if ((r = parent(path, parts, dir)) != FR_OK) {
         return r;
     }
     struct stat sb;
@@ -737,14 +731,8 @@ FRESULT f_mkdir(const TCHAR *path) {
         return r;
     }
     std::vector<std::string> parts;
-    if ((r = split(path, parts)) != FR_OK) {
-        return r;
-    }
-    if (parts.empty()) {
-        return FR_INVALID_NAME;
-    }
     std::string dir, host;
-    if ((r = folder(parts, parts.size() - 1, dir)) != FR_OK) {
+    if ((r = parent(path, parts, dir)) != FR_OK) {
         return r;
     }
     if (find(dir, parts.back(), host)) {
