@@ -294,12 +294,17 @@ void stamp_path(const std::string &p) {
     utimensat(AT_FDCWD, p.c_str(), ts, 0);
 }
 
-FRESULT valid(FIL *fp) {
+// The card is there, `fp` is a file open on it, and it was opened for `need`.
+FRESULT open_file(FIL *fp, BYTE need = 0) {
+    FRESULT r = ready();
+    if (r != FR_OK) {
+        return r;
+    }
     if (fp == nullptr || fp->fs == nullptr || fp->fs != board().mounted ||
         g_open.count(fp->handle) == 0) {
         return FR_INVALID_OBJECT;
     }
-    return FR_OK;
+    return (fp->flag & need) == need ? FR_OK : FR_DENIED;
 }
 
 } // namespace
@@ -424,15 +429,9 @@ FRESULT f_read(FIL *fp, void *buff, UINT btr, UINT *br) {
     if (br != nullptr) {
         *br = 0;
     }
-    FRESULT r = ready();
-    if (r == FR_OK) {
-        r = valid(fp);
-    }
+    FRESULT r = open_file(fp, FA_READ);
     if (r != FR_OK) {
         return r;
-    }
-    if ((fp->flag & FA_READ) == 0) {
-        return FR_DENIED;
     }
     UINT n = std::min<UINT>(btr, fp->fsize > fp->fptr ? fp->fsize - fp->fptr : 0);
     ssize_t got = n > 0 ? ::pread(fp->handle, buff, n, off_t(fp->fptr)) : 0;
@@ -452,15 +451,9 @@ FRESULT f_write(FIL *fp, const void *buff, UINT btw, UINT *bw) {
     if (bw != nullptr) {
         *bw = 0;
     }
-    FRESULT r = ready();
-    if (r == FR_OK) {
-        r = valid(fp);
-    }
+    FRESULT r = open_file(fp, FA_WRITE);
     if (r != FR_OK) {
         return r;
-    }
-    if ((fp->flag & FA_WRITE) == 0) {
-        return FR_DENIED;
     }
     uint64_t want_end = uint64_t(fp->fptr) + btw;
     if (want_end > 0xFFFFFFFFull) {
@@ -499,10 +492,7 @@ FRESULT f_write(FIL *fp, const void *buff, UINT btw, UINT *bw) {
 
 FRESULT f_lseek(FIL *fp, DWORD ofs) {
     IMAGE_CARD(f_lseek(fp, ofs));
-    FRESULT r = ready();
-    if (r == FR_OK) {
-        r = valid(fp);
-    }
+    FRESULT r = open_file(fp);
     if (r != FR_OK) {
         return r;
     }
@@ -532,15 +522,9 @@ FRESULT f_lseek(FIL *fp, DWORD ofs) {
 
 FRESULT f_truncate(FIL *fp) {
     IMAGE_CARD(f_truncate(fp));
-    FRESULT r = ready();
-    if (r == FR_OK) {
-        r = valid(fp);
-    }
+    FRESULT r = open_file(fp, FA_WRITE);
     if (r != FR_OK) {
         return r;
-    }
-    if ((fp->flag & FA_WRITE) == 0) {
-        return FR_DENIED;
     }
     if (fp->fptr < fp->fsize) {
         if (::ftruncate(fp->handle, off_t(fp->fptr)) != 0) {
@@ -556,10 +540,7 @@ FRESULT f_truncate(FIL *fp) {
 
 FRESULT f_sync(FIL *fp) {
     IMAGE_CARD(f_sync(fp));
-    FRESULT r = ready();
-    if (r == FR_OK) {
-        r = valid(fp);
-    }
+    FRESULT r = open_file(fp);
     if (r != FR_OK) {
         return r;
     }
