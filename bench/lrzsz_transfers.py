@@ -88,6 +88,15 @@ def main():
     ok = {"ys": 0, "yr": 0}
     slow = answered = 0
     t0 = time.time()
+
+    def command_after(kind, i, name, took):
+        """Types "ls" after a transfer; True when the board answers it."""
+        line.drain()
+        line.type("ls\r")
+        a_ok = line.wait(name.upper().encode(), 15) and line.wait(b"> ", 5)
+        if a.verbose and (not a_ok or took > 10):
+            print("%s %d: took %.1f s, command answered %s: %r" % (kind, i, took, a_ok, line.buf[-200:]))
+        return a_ok
     try:
         if not line.wait(b"\r\n>"):
             sys.exit("no prompt from the board")
@@ -113,12 +122,7 @@ def main():
             elif a.verbose:
                 print("ys %d: rc %d, took %.1f s" % (i, rc, took))
             slow += took > 10
-            line.drain()
-            line.type("ls\r")
-            a_ok = line.wait(name.upper().encode(), 15) and line.wait(b"> ", 5)
-            answered += a_ok
-            if a.verbose and (not a_ok or took > 10):
-                print("ys %d: took %.1f s, command answered %s: %r" % (i, took, a_ok, line.buf[-200:]))
+            answered += command_after("ys", i, name, took)
             # host -> card
             up = tempfile.mkdtemp(dir=work)
             data = bytes(rng.getrandbits(8) for _ in range(rng.randint(100, 6000)))
@@ -129,12 +133,7 @@ def main():
             line.wait(b"Ymodem rcv:\r\n")
             rc, took = tool(["sb", "-k", "-q", name], up, pty)
             slow += took > 10
-            line.drain()
-            line.type("ls\r")
-            a_ok = line.wait(name.upper().encode(), 15) and line.wait(b"> ", 5)
-            answered += a_ok
-            if a.verbose and (not a_ok or took > 10):
-                print("yr %d: took %.1f s, command answered %s: %r" % (i, took, a_ok, line.buf[-200:]))
+            answered += command_after("yr", i, name, took)
             stored = os.path.join(state, "card", name.upper())
             # the card file ends at the sender's size (the receiver's reopen for
             # the batch's end leaves it stretched, not filled: see the YMODEM tests)
