@@ -4,14 +4,11 @@
 // supply notices and the SysTick stopwatches.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "devices.h"
 #include "scenario.h"
 #include "sim.h"
 #include "typist.h"

@@ -8,7 +8,6 @@
 #include <ctime>
 #include <string>
 
-#include "devices.h"
 #include "scenario.h"
 #include "sim.h"
 
@@ -18,8 +17,6 @@
 #include "core/main.h"
 #include "core/system.h"
 #include "hibernate.h"
-#include "interrupt.h"
-#include "sysctl.h"
 
 namespace {
 
