@@ -227,6 +227,11 @@ namespace {
 
 // ---- EEPROM -----------------------------------------------------------------
 
+// A case of a parameterised suite by its name.
+template <class T> std::string named(const ::testing::TestParamInfo<T> &i) {
+    return i.param.name;
+}
+
 struct InitFault {
     const char *name;
     std::function<void(EepromModel &)> setup;
@@ -249,22 +254,18 @@ TEST_P(EepromInitFault, StartsOrReportsErrorWithinBoundedPolls) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Chip, EepromInitFault,
-    ::testing::Values(InitFault{"Healthy", [](EepromModel &) {}, EEPROM_INIT_OK, 1u, 6u},
-                      InitFault{"EraseRetryAtPowerUp", [](EepromModel &m) { m.supp = kEretry; },
-                                EEPROM_INIT_ERROR, 0u, 3u},
-                      InitFault{"ProgramRetryAfterReset",
-                                [](EepromModel &m) { m.suppAfterReset = kPretry; },
-                                EEPROM_INIT_ERROR, 1u, 6u},
-                      InitFault{"StaysWorking", [](EepromModel &m) { m.stuck = true; },
-                                EEPROM_INIT_ERROR, 0u, 2000001u},
-                      InitFault{"NeverReady", [](EepromModel &m) { m.neverReady = true; },
-                                EEPROM_INIT_ERROR, 0u, 0u},
-                      InitFault{"SlowAfterReset",
-                                [](EepromModel &m) { m.notReadyReadsAfterReset = 5000u; },
-                                EEPROM_INIT_ERROR, 1u, 3u}),
-    [](const ::testing::TestParamInfo<InitFault> &i) { return std::string(i.param.name); });
+const InitFault kInitFaults[] = {
+    {"Healthy", [](EepromModel &) {}, EEPROM_INIT_OK, 1u, 6u},
+    {"EraseRetryAtPowerUp", [](EepromModel &m) { m.supp = kEretry; }, EEPROM_INIT_ERROR, 0u, 3u},
+    {"ProgramRetryAfterReset", [](EepromModel &m) { m.suppAfterReset = kPretry; },
+     EEPROM_INIT_ERROR, 1u, 6u},
+    {"StaysWorking", [](EepromModel &m) { m.stuck = true; }, EEPROM_INIT_ERROR, 0u, 2000001u},
+    {"NeverReady", [](EepromModel &m) { m.neverReady = true; }, EEPROM_INIT_ERROR, 0u, 0u},
+    {"SlowAfterReset", [](EepromModel &m) { m.notReadyReadsAfterReset = 5000u; }, EEPROM_INIT_ERROR,
+     1u, 3u},
+};
+
+INSTANTIATE_TEST_SUITE_P(Chip, EepromInitFault, ::testing::ValuesIn(kInitFaults), named<InitFault>);
 
 // A configuration record with known fields over a byte pattern.
 std::vector<uint32_t> record_words() {
@@ -397,27 +398,24 @@ TEST_P(HibWrite, WaitsForWriteCompleteAroundItsWrite) {
     EXPECT_TRUE(hib.wrc());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Chip, HibWrite,
-    ::testing::Values(
-        HibCall{"EnableClock", [] { HibernateEnableExpClk(50000000u); }, 0u, HIBCTL, kClk32En},
-        HibCall{"RtcEnable", [] { HibernateRTCEnable(); }, kClk32En, HIBCTL, kClk32En | kRtcEn},
-        HibCall{"RtcSet", [] { HibernateRTCSet(1700000000u); }, kCtl, HIBRTCLD, 1700000000u},
-        HibCall{"MatchSet", [] { HibernateRTCMatchSet(0u, 1700000600u); }, kCtl, HIBRTCM0,
-                1700000600u},
-        HibCall{"TrimSet", [] { HibernateRTCTrimSet(0x17FFFu); }, kCtl, HIBRTCT, 0x7FFFu},
-        HibCall{"WakeSet", [] { HibernateWakeSet(HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC); }, kCtl,
-                HIBCTL, kCtl | 0x18u},
-        HibCall{"StaleRequestBit", [] { HibernateWakeSet(HIBERNATE_WAKE_PIN); }, kCtl | kHibReq,
-                HIBCTL, kCtl | HIBERNATE_WAKE_PIN},
-        HibCall{"RetentionOff", [] { HibernateGPIORetentionDisable(); }, kCtl, HIBCTL,
-                kClk32En | kRtcEn},
-        HibCall{"ClockConfig", [] { HibernateClockConfig(kOscDrv | 0x7u); }, kCtl, HIBCTL,
-                kCtl | kOscDrv},
-        HibCall{"IntClear", [] { HibernateIntClear(0xFFFFFFFFu); }, kCtl, HIBIC, kHibInts},
-        HibCall{"IntDisable", [] { HibernateIntDisable(HIBERNATE_INT_RTC_MATCH_0); }, kCtl, HIBIM,
-                kHibInts & ~1u}),
-    [](const ::testing::TestParamInfo<HibCall> &i) { return std::string(i.param.name); });
+const HibCall kHibCalls[] = {
+    {"EnableClock", [] { HibernateEnableExpClk(50000000u); }, 0u, HIBCTL, kClk32En},
+    {"RtcEnable", [] { HibernateRTCEnable(); }, kClk32En, HIBCTL, kClk32En | kRtcEn},
+    {"RtcSet", [] { HibernateRTCSet(1700000000u); }, kCtl, HIBRTCLD, 1700000000u},
+    {"MatchSet", [] { HibernateRTCMatchSet(0u, 1700000600u); }, kCtl, HIBRTCM0, 1700000600u},
+    {"TrimSet", [] { HibernateRTCTrimSet(0x17FFFu); }, kCtl, HIBRTCT, 0x7FFFu},
+    {"WakeSet", [] { HibernateWakeSet(HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC); }, kCtl, HIBCTL,
+     kCtl | 0x18u},
+    {"StaleRequestBit", [] { HibernateWakeSet(HIBERNATE_WAKE_PIN); }, kCtl | kHibReq, HIBCTL,
+     kCtl | HIBERNATE_WAKE_PIN},
+    {"RetentionOff", [] { HibernateGPIORetentionDisable(); }, kCtl, HIBCTL, kClk32En | kRtcEn},
+    {"ClockConfig", [] { HibernateClockConfig(kOscDrv | 0x7u); }, kCtl, HIBCTL, kCtl | kOscDrv},
+    {"IntClear", [] { HibernateIntClear(0xFFFFFFFFu); }, kCtl, HIBIC, kHibInts},
+    {"IntDisable", [] { HibernateIntDisable(HIBERNATE_INT_RTC_MATCH_0); }, kCtl, HIBIM,
+     kHibInts & ~1u},
+};
+
+INSTANTIATE_TEST_SUITE_P(Chip, HibWrite, ::testing::ValuesIn(kHibCalls), named<HibCall>);
 
 TEST_F(ChipTest, HibernateRtcAndMatch) {
     HibernateEnableExpClk(50000000u);
