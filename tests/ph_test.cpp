@@ -47,19 +47,18 @@ struct Rounder {
 };
 constexpr uint64_t kAll = ~0ull;
 
-struct Coeffs {
-    double c0 = 340.9819863, c1 = -9.10257e-05, c2 = -95.08806667, c3 = 0.965370274;
-};
-
-double ref_temp(float V, float off, int alg, const Coeffs &c) {
+// The thermistor with the record's coefficients.
+double ref_temp(float V, float off, int alg) {
+    const double c0 = sys_data.quadTherm_c0, c1 = sys_data.quadTherm_c1;
+    const double c2 = sys_data.quadTherm_c2, c3 = sys_data.quadTherm_c3;
     double R = 20000.0 / ((3.3 / (double)V) - 1.0);
     double t = 0.0;
     if (alg == 0) {
         double x = std::log10(R);
-        t = c.c0 + c.c1 * R + c.c2 * x + c.c3 * std::pow(x, 3.0);
+        t = c0 + c1 * R + c2 * x + c3 * std::pow(x, 3.0);
     } else if (alg == 1) {
         double x = std::log(R);
-        t = 1.0 / (c.c0 + c.c2 * x + c.c3 * std::pow(x, 3.0));
+        t = 1.0 / (c0 + c2 * x + c3 * std::pow(x, 3.0));
     }
     return f32(t) + (double)off;
 }
@@ -130,14 +129,13 @@ CalOut ref_calib(float pHcal, float Vint, float Vext, float T, float S, uint64_t
 
 // The default calibration of the record.
 void default_chemistry() {
-    Coeffs c;
     sys_data.k0int = -0.4f;
     sys_data.k0ext = -1.3f;
     sys_data.TCOffset = 0.0f;
-    sys_data.quadTherm_c0 = c.c0;
-    sys_data.quadTherm_c1 = c.c1;
-    sys_data.quadTherm_c2 = c.c2;
-    sys_data.quadTherm_c3 = c.c3;
+    sys_data.quadTherm_c0 = 340.9819863;
+    sys_data.quadTherm_c1 = -9.10257e-05;
+    sys_data.quadTherm_c2 = -95.08806667;
+    sys_data.quadTherm_c3 = 0.965370274;
     sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
 }
 
@@ -163,13 +161,12 @@ class PhMath : public ::testing::Test {
 
 TEST_F(PhMath, ThermistorTemperature) {
     // Any other algorithm than 0 and 1: the offset alone.
-    Coeffs c;
     for (float off : {0.0f, 0.0125f, -0.37f}) {
         for (int alg : {0, 1, 2, 3, 255}) {
             sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = (uint8_t)alg;
             for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
                 float fw = DuraFET_temp(V, off);
-                ASSERT_EQ(bits(fw), bits((float)ref_temp(V, off, alg, c)))
+                ASSERT_EQ(bits(fw), bits((float)ref_temp(V, off, alg)))
                     << "V " << V << " off " << off << " alg " << alg;
             }
         }
