@@ -117,16 +117,13 @@ TEST_F(CalCoeffTest, PacketLinesLongerThan32CharactersAreCut) {
     char line[CAL_PACKET_LINE_MAX + 1];
     const char *text = "Sensor_SN,0123456789012345678901234\r\nISFET_SN,A\r\n"
                        "k0_Cal_date,01/01/2024_012345678\r\nx";
-    const char *p = egets(line, text);
-    EXPECT_STREQ(line, "Sensor_SN,0123456789012345678901");
-    p = egets(line, p);
-    EXPECT_STREQ(line, "234");
-    p = egets(line, p);
-    EXPECT_STREQ(line, "ISFET_SN,A");
-    p = egets(line, p); // exactly 32 characters: the line end is its own
-    EXPECT_STREQ(line, "k0_Cal_date,01/01/2024_012345678");
-    p = egets(line, p);
-    EXPECT_STREQ(line, "x");
+    const char *p = text;
+    for (const char *want : {"Sensor_SN,0123456789012345678901", "234", "ISFET_SN,A",
+                             "k0_Cal_date,01/01/2024_012345678", // 32: the line end is its own
+                             "x"}) {
+        p = egets(line, p);
+        EXPECT_STREQ(line, want);
+    }
     EXPECT_EQ(*p, '\0');
     EXPECT_EQ(egets(line, p), p); // the end of the text stays the end
     EXPECT_STREQ(line, "");
