@@ -189,16 +189,10 @@ TEST_F(CalCoeffTest, CardImportOfDF384) {
 }
 
 TEST_F(CalCoeffTest, OperatorEntryDialogue) {
-    sys_data.k0int = -0.4f;
-    sys_data.k0ext = -1.3f;
-    sys_data.k2int = -0.001455f;
-    sys_data.k2ext = -0.001081f;
+    init_sys_data_default(); // k0int -0.4, k2int -0.001455, the thermistor's c0..c3
+    sample();
     sys_data.TCOffset = 500.0f;
     sys_data.default_sal = 150.0f;
-    sys_data.quadTherm_c0 = 340.9819863;
-    sys_data.quadTherm_c1 = -9.10257e-05;
-    sys_data.quadTherm_c2 = -95.08806667;
-    sys_data.quadTherm_c3 = 0.965370274;
     std::vector<std::pair<std::string, std::string>> steps = {
         {"]: ", "5\r"},          {"]: ", "-0.5\r"},  // k0int: out of range, then taken
         {"]: ", "\r"},                               // k0ext kept

@@ -127,18 +127,6 @@ CalOut ref_calib(float pHcal, float Vint, float Vext, float T, float S, uint64_t
     return {k0int, k0ext};
 }
 
-// The default calibration of the record.
-void default_chemistry() {
-    sys_data.k0int = -0.4f;
-    sys_data.k0ext = -1.3f;
-    sys_data.TCOffset = 0.0f;
-    sys_data.quadTherm_c0 = 340.9819863;
-    sys_data.quadTherm_c1 = -9.10257e-05;
-    sys_data.quadTherm_c2 = -95.08806667;
-    sys_data.quadTherm_c3 = 0.965370274;
-    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
-}
-
 // Seeded sensor readings over the ocean's range.
 struct Reading {
     float E, TC, S;
@@ -154,9 +142,13 @@ std::vector<Reading> readings(double eLo, double eHi, size_t n) {
     return out;
 }
 
+// The record's defaults: k0int -0.4, k0ext -1.3, no thermistor offset.
 class PhMath : public ::testing::Test {
   protected:
-    void SetUp() override { default_chemistry(); }
+    void SetUp() override {
+        bench::power_up();
+        init_sys_data_default();
+    }
 };
 
 TEST_F(PhMath, ThermistorTemperature) {
@@ -207,8 +199,8 @@ class PhCalib : public ::testing::Test {
     void SetUp() override {
         bench::power_up();
         std::memset(&sys_data, 0, sizeof sys_data);
-        default_chemistry();
         sys_data.baud_rate = 115200;
+        init_sys_data_default();
         UARTEchoSet(false); // the transcript is the instrument's own output
         sim::console_take();
         // A dialogue waiting for input that never comes fails the test.
@@ -424,8 +416,6 @@ class PhCalibBath : public PhCalib {
         sim::set_environment(env);
         PhCalib::SetUp();
         sim::set_environment(env);
-        init_sys_data_default();
-        sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         sys_data.data_cfg[CFG_UART4_INST] = 6; // SBE37
         ctd = ctdDriver{};
         sim::attach_serial(UART4_BASE, std::make_shared<sim::Sbe37Model>());
