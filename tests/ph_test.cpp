@@ -142,14 +142,42 @@ std::vector<Reading> readings(double eLo, double eHi, size_t n) {
     return out;
 }
 
-// The record's defaults: k0int -0.4, k0ext -1.3, no thermistor offset.
-class PhMath : public ::testing::Test {
+// A powered board with the record's factory defaults (k0int -0.4, k0ext
+// -1.3, no thermistor offset), and the calibration dialogue run on it.
+class PhCalib : public ::testing::Test {
   protected:
     void SetUp() override {
         bench::power_up();
+        std::memset(&sys_data, 0, sizeof sys_data);
+        sys_data.baud_rate = 115200;
         init_sys_data_default();
+        UARTEchoSet(false); // the transcript is the instrument's own output
+        sim::console_take();
+        // A dialogue waiting for input that never comes fails the test.
+        sim::knobs().time_limit = sim::state().now + 600ull * sim::kCpuHz;
+    }
+    void TearDown() override { sim::knobs().time_limit = 10ull * 86400 * sim::kCpuHz; }
+
+    // Runs the dialogue on the answers given; returns what it printed.
+    static std::string calib(const std::string &answers) {
+        sim::console_feed(answers);
+        try {
+            ph_calib();
+        } catch (const sim::CycleEnd &) {
+            ADD_FAILURE() << "ph_calib still waiting for input";
+        }
+        wait_consoleTx();
+        return sim::console_take();
+    }
+    // A manual calibration; returns the new constants (stored on "y").
+    static std::string manual(const char *pH, const char *vint, const char *vext, const char *t,
+                              const char *s, const char *accept = "y") {
+        return calib(std::string(pH) + "\rn\r" + vint + "\r" + vext + "\r" + t + "\r" + s + "\r" +
+                     accept + "\r");
     }
 };
+
+class PhMath : public PhCalib {};
 
 TEST_F(PhMath, ThermistorTemperature) {
     // Any other algorithm than 0 and 1: the offset alone.
@@ -193,39 +221,6 @@ TEST_F(PhMath, PhOfBothReferences) {
 }
 
 // ---- the calibration dialogue --------------------------------------------------
-
-class PhCalib : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        bench::power_up();
-        std::memset(&sys_data, 0, sizeof sys_data);
-        sys_data.baud_rate = 115200;
-        init_sys_data_default();
-        UARTEchoSet(false); // the transcript is the instrument's own output
-        sim::console_take();
-        // A dialogue waiting for input that never comes fails the test.
-        sim::knobs().time_limit = sim::state().now + 600ull * sim::kCpuHz;
-    }
-    void TearDown() override { sim::knobs().time_limit = 10ull * 86400 * sim::kCpuHz; }
-
-    // Runs the dialogue on the answers given; returns what it printed.
-    static std::string calib(const std::string &answers) {
-        sim::console_feed(answers);
-        try {
-            ph_calib();
-        } catch (const sim::CycleEnd &) {
-            ADD_FAILURE() << "ph_calib still waiting for input";
-        }
-        wait_consoleTx();
-        return sim::console_take();
-    }
-    // A manual calibration; returns the new constants (stored on "y").
-    static std::string manual(const char *pH, const char *vint, const char *vext, const char *t,
-                              const char *s, const char *accept = "y") {
-        return calib(std::string(pH) + "\rn\r" + vint + "\r" + vext + "\r" + t + "\r" + s + "\r" +
-                     accept + "\r");
-    }
-};
 
 TEST_F(PhCalib, ManualPathTranscript) {
     sys_data.TCOffset = 0.25f;
