@@ -4,14 +4,11 @@
 // supply notices and the SysTick stopwatches.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "devices.h"
 #include "scenario.h"
 #include "sim.h"
 #include "typist.h"
@@ -30,9 +27,11 @@
 
 namespace {
 
-// Last level written to each pin of port F, and rising edges of the pet line.
-uint8_t g_portF = 0;
-int g_petPulses = 0;
+int g_petPulses = 0; // rising edges of the watchdog's pet line
+
+uint8_t port_f() {
+    return sim::gpio_levels(GPIO_PORTF_BASE);
+}
 
 class BoardTest : public ::testing::Test {
   protected:
@@ -42,13 +41,11 @@ class BoardTest : public ::testing::Test {
         uart3_rx_bufr_flush();
         UARTEchoSet(true);
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
-        g_portF = 0;
+        static uint8_t petLine = 0;
         sim::watch_gpio([](uint32_t port, uint8_t pins, uint8_t levels) {
-            if (port == GPIO_PORTF_BASE) {
-                if ((pins & GPIO_PIN_1) && (levels & GPIO_PIN_1) && !(g_portF & GPIO_PIN_1)) {
-                    g_petPulses++;
-                }
-                g_portF = (uint8_t)((g_portF & ~pins) | (levels & pins));
+            if (port == GPIO_PORTF_BASE && (pins & GPIO_PIN_1) != 0) {
+                g_petPulses += (levels & ~petLine & GPIO_PIN_1) != 0;
+                petLine = levels & GPIO_PIN_1;
             }
         });
         inst = std::make_shared<sim::Typist>(std::vector<sim::Typist::Step>{}, 5, 9600);
@@ -66,21 +63,16 @@ class BoardTest : public ::testing::Test {
         sim::console_take();
     }
 
-    std::string uart3_ring() {
+    // What waits in a receive ring, taken out.
+    template <class Avail, class Get> static std::string drain(Avail avail, Get get) {
         std::string s;
-        while (uart3_rx_bytes_avail() > 0) {
-            s += (char)uart3_rx_byte();
+        while (avail() > 0) {
+            s += (char)get();
         }
         return s;
     }
-
-    std::string console_ring() {
-        std::string s;
-        while (UARTRxBytesAvail() > 0) {
-            s += (char)UARTgetc();
-        }
-        return s;
-    }
+    static std::string uart3_ring() { return drain(uart3_rx_bytes_avail, uart3_rx_byte); }
+    static std::string console_ring() { return drain(UARTRxBytesAvail, UARTgetc); }
 
     std::shared_ptr<sim::Typist> inst; // the instrument on port 3
 };
@@ -389,11 +381,13 @@ TEST_F(FramTest, ProbeAndInit) {
 // ---- board lines -----------------------------------------------------------
 
 TEST_F(BoardTest, WatchdogStatistics) {
+    GPIOPinTypeGPIOOutput(GPIO_PORTF_BASE,
+                          GPIO_PIN_0 | GPIO_PIN_1); // as the board start-up sets them
     wdog = watchDog{};
     SysCtlSleep(); // start just after a tick
     Timer_1ms(1);
     wdog_init();
-    EXPECT_EQ(g_portF & (GPIO_PIN_0 | GPIO_PIN_1), GPIO_PIN_0) << "enabled, pet line low";
+    EXPECT_EQ(port_f() & (GPIO_PIN_0 | GPIO_PIN_1), GPIO_PIN_0) << "enabled, pet line low";
     g_petPulses = 0;
     sim::advance_ms(5);
     wdog_pet();
@@ -405,7 +399,7 @@ TEST_F(BoardTest, WatchdogStatistics) {
     EXPECT_NEAR(wdog.tickTot, 295u, 1u); // the pets themselves take a little time
     EXPECT_EQ(wdog.tickDelta - wdog.tickStart, wdog.tickTot);
     EXPECT_EQ(g_petPulses, 3);
-    EXPECT_EQ(g_portF & GPIO_PIN_1, 0) << "each pulse ends low";
+    EXPECT_EQ(port_f() & GPIO_PIN_1, 0) << "each pulse ends low";
 }
 
 TEST_F(BoardTest, LedsAndProbes) {
@@ -427,8 +421,8 @@ TEST_F(BoardTest, LedsAndProbes) {
         s.op();
         EXPECT_EQ(ledRedState, s.red);
         EXPECT_EQ(ledGreenState, s.green);
-        EXPECT_EQ((g_portF & GPIO_PIN_2) != 0, s.red != 0);
-        EXPECT_EQ((g_portF & GPIO_PIN_3) != 0, s.green != 0);
+        EXPECT_EQ((port_f() & GPIO_PIN_2) != 0, s.red != 0);
+        EXPECT_EQ((port_f() & GPIO_PIN_3) != 0, s.green != 0);
     }
 }
 

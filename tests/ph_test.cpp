@@ -3,13 +3,11 @@
 // values, and the bath calibration dialogue running the chemistry backwards.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -22,13 +20,10 @@
 
 #include "board/board_util.h"
 #include "board/uartstdio.h"
-#include "console/user_io.h"
 #include "core/system.h"
 #include "hw_types.h"
 #include "instruments/ctd_base.h"
-#include "interrupt.h"
 #include "measure/ph.h"
-#include "sysctl.h"
 
 namespace {
 
@@ -39,70 +34,61 @@ uint32_t bits(float f) {
 }
 
 // ---- reference evaluation ----------------------------------------------------
-// The formulas as written, evaluated in double; each rounding to single
-// precision can be switched off on its own (bit i of `mask`). All bits set is
-// the instrument's arithmetic; none is the all-double evaluation.
+// The formulas as written, evaluated in double, rounded to single precision
+// where the instrument rounds. In the calibration each rounding can be
+// switched off on its own (bit i of `mask`): all bits set is the instrument's
+// arithmetic, none the all-double evaluation.
+double f32(double x) {
+    return (double)(float)x;
+}
 struct Rounder {
     uint64_t mask;
-    double operator()(double x, int point) const {
-        return ((mask >> point) & 1u) ? (double)(float)x : x;
-    }
+    double operator()(double x, int point) const { return (mask >> point) & 1u ? f32(x) : x; }
 };
 constexpr uint64_t kAll = ~0ull;
 
-struct Coeffs {
-    double c0 = 340.9819863, c1 = -9.10257e-05, c2 = -95.08806667, c3 = 0.965370274;
-};
-
-enum { T_SEL, T_POINTS };
-double ref_temp(float V, float off, int alg, const Coeffs &c, uint64_t mask) {
-    Rounder r{mask};
+// The thermistor with the record's coefficients.
+double ref_temp(float V, float off, int alg) {
+    const double c0 = sys_data.quadTherm_c0, c1 = sys_data.quadTherm_c1;
+    const double c2 = sys_data.quadTherm_c2, c3 = sys_data.quadTherm_c3;
     double R = 20000.0 / ((3.3 / (double)V) - 1.0);
     double t = 0.0;
     if (alg == 0) {
         double x = std::log10(R);
-        t = c.c0 + c.c1 * R + c.c2 * x + c.c3 * std::pow(x, 3.0);
+        t = c0 + c1 * R + c2 * x + c3 * std::pow(x, 3.0);
     } else if (alg == 1) {
         double x = std::log(R);
-        t = 1.0 / (c.c0 + c.c2 * x + c.c3 * std::pow(x, 3.0));
+        t = 1.0 / (c0 + c2 * x + c3 * std::pow(x, 3.0));
     }
-    return r(t, T_SEL) + (double)off;
+    return f32(t) + (double)off;
 }
 
-enum { I_TK, I_ST, I_D, I_EO, I_DIFF, I_POINTS };
-double ref_pHint(float E, float TC, float k0int, uint64_t mask) {
-    Rounder r{mask};
-    double TK = r((double)TC + 273.15, I_TK);
-    double ST = r(TK * 8.31451 / 96487.0 * 2.302585, I_ST);
-    double d = r((double)TC - 25.0, I_D);
-    double Eo = r((double)k0int + d * -0.0011012, I_EO);
-    return r((double)E - Eo, I_DIFF) / ST;
+double ref_pHint(float E, float TC, float k0int) {
+    double TK = f32((double)TC + 273.15);
+    double ST = f32(TK * 8.31451 / 96487.0 * 2.302585);
+    double Eo = f32((double)k0int + f32((double)TC - 25.0) * -0.0011012);
+    return f32((double)E - Eo) / ST;
 }
 
-enum { X_TK, X_ST, X_DT, X_EO, X_Z, X_SO4, X_MCL, X_Q1, X_Q2, X_Q3 };
-enum { X_Q4 = X_Q3 + 1, X_K, X_DH, X_LG, X_EDIFF, X_FREE, X_RDIV, X_RADD, X_POINTS };
-double ref_pHext(float E, float TC, float S, float k0ext, uint64_t mask) {
-    Rounder r{mask};
+double ref_pHext(float E, float TC, float S, float k0ext) {
     const double tc = TC, s = S;
-    double TK = r(tc + 273.15, X_TK);
-    double ST = r(TK * 8.31451 / 96487.0 * 2.302585, X_ST);
-    double Eo = r((double)k0ext + r(tc - 25.0, X_DT) * -0.0010482, X_EO);
-    double Z = r((s * 19.924) / (1000.0 - s * 1.005), X_Z);
-    double SO4 = r((s / 1.80655) * 0.001457392100934813, X_SO4);
-    double mCl = r((s * 0.028175048655967053) / 1.80655, X_MCL);
+    double TK = f32(tc + 273.15);
+    double ST = f32(TK * 8.31451 / 96487.0 * 2.302585);
+    double Eo = f32((double)k0ext + f32(tc - 25.0) * -0.0010482);
+    double Z = f32((s * 19.924) / (1000.0 - s * 1.005));
+    double SO4 = f32((s / 1.80655) * 0.001457392100934813);
+    double mCl = f32((s * 0.028175048655967053) / 1.80655);
     double lnT = std::log(TK);
-    double K = r(std::exp(-4276.1 / TK + 141.328 - 23.093 * lnT +
-                          (r(-13856.0 / TK, X_Q1) + 324.57 - 47.986 * lnT) * std::sqrt(Z) +
-                          (r(35474.0 / TK, X_Q2) - 771.54 + 114.723 * lnT) * Z -
-                          r(2698.0 / TK, X_Q3) * std::pow(std::sqrt(Z), 3.0) +
-                          r(1776.0 / TK, X_Q4) * std::pow(Z, 2.0) + std::log(1.0 - 0.001005 * s)),
-                 X_K);
-    double DH = r(std::pow(tc, 2.0) * 3.43e-06 + tc * 0.00067524 + 0.49172143, X_DH);
-    double lg = r(
-        2.0 * ((-DH) * std::sqrt(Z) / (1.0 + 1.394 * std::sqrt(Z)) + (0.08885 - 0.000111 * tc) * Z),
-        X_LG);
-    double free = r(-(r(Eo - (double)E, X_EDIFF) - ST * (std::log10(mCl) + lg)) / ST, X_FREE);
-    return free - std::log10(r(1.0 + r(SO4 / K, X_RDIV), X_RADD));
+    double K = f32(std::exp(-4276.1 / TK + 141.328 - 23.093 * lnT +
+                            (f32(-13856.0 / TK) + 324.57 - 47.986 * lnT) * std::sqrt(Z) +
+                            (f32(35474.0 / TK) - 771.54 + 114.723 * lnT) * Z -
+                            f32(2698.0 / TK) * std::pow(std::sqrt(Z), 3.0) +
+                            f32(1776.0 / TK) * std::pow(Z, 2.0) + std::log(1.0 - 0.001005 * s)));
+    double DH = f32(std::pow(tc, 2.0) * 3.43e-06 + tc * 0.00067524 + 0.49172143);
+    double lg = f32(2.0 * ((-DH) * std::sqrt(Z) / (1.0 + 1.394 * std::sqrt(Z)) +
+                           (0.08885 - 0.000111 * tc) * Z));
+    double free = f32(-(f32(Eo - (double)E) - ST * (std::log10(mCl) + lg)) / ST);
+    return free - std::log10(f32(1.0 + f32(SO4 / K)));
 }
 
 enum { C_TK, C_ST, C_PS, C_SUB, C_K0INT, C_Z, C_SO4, C_MCL, C_SQRTZ, C_Q1, C_Q2, C_Q3 };
@@ -141,19 +127,6 @@ CalOut ref_calib(float pHcal, float Vint, float Vext, float T, float S, uint64_t
     return {k0int, k0ext};
 }
 
-// The default calibration of the record.
-void default_chemistry() {
-    Coeffs c;
-    sys_data.k0int = -0.4f;
-    sys_data.k0ext = -1.3f;
-    sys_data.TCOffset = 0.0f;
-    sys_data.quadTherm_c0 = c.c0;
-    sys_data.quadTherm_c1 = c.c1;
-    sys_data.quadTherm_c2 = c.c2;
-    sys_data.quadTherm_c3 = c.c3;
-    sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = 0;
-}
-
 // Seeded sensor readings over the ocean's range.
 struct Reading {
     float E, TC, S;
@@ -164,84 +137,20 @@ std::vector<Reading> readings(double eLo, double eHi, size_t n) {
     std::uniform_real_distribution<double> e(eLo, eHi), tc(-2.0, 35.0), s(2.0, 42.0);
     std::vector<Reading> out;
     for (size_t i = 0; i < n; i++) {
-        double ev = e(gen), tv = tc(gen), sv = s(gen);
-        out.push_back(Reading{(float)ev, (float)tv, (float)sv});
+        out.push_back({(float)e(gen), (float)tc(gen), (float)s(gen)}); // drawn left to right
     }
     return out;
 }
 
-class PhMath : public ::testing::Test {
-  protected:
-    void SetUp() override { default_chemistry(); }
-};
-
-TEST_F(PhMath, ThermistorTemperature) {
-    Coeffs c;
-    for (float off : {0.0f, 0.0125f, -0.37f}) {
-        for (int alg : {0, 1, 2}) {
-            sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = (uint8_t)alg;
-            for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
-                float fw = DuraFET_temp(V, off);
-                ASSERT_EQ(bits(fw), bits((float)ref_temp(V, off, alg, c, kAll)))
-                    << "V " << V << " off " << off << " alg " << alg;
-            }
-        }
-    }
-
-    // Any other value: the offset alone.
-    for (uint8_t alg : {2, 3, 255}) {
-        sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = alg;
-        EXPECT_EQ(bits(DuraFET_temp(1.65f, 0.0f)), bits(0.0f));
-        EXPECT_EQ(bits(DuraFET_temp(0.9f, -0.37f)), bits(-0.37f));
-    }
-}
-
-TEST_F(PhMath, InternalReferencePh) {
-    // At 25 degC the slope term drops out.
-    float TK = (float)(25.0f + 273.15);
-    float ST = (float)(TK * 8.31451 / 96487.0 * 2.302585);
-    for (float E : {0.0731f, 0.0855f, -0.4f, 0.4f}) {
-        EXPECT_EQ(bits(calc_pHint(E, 25.0f)), bits((E - sys_data.k0int) / ST)) << E;
-    }
-    EXPECT_EQ(calc_pHint(-0.4f, 25.0f), 0.0f);
-
-    const size_t n = 3000;
-    std::vector<Reading> rd = readings(0.02, 0.12, n);
-    for (size_t i = 0; i < n; i++) {
-        float fw = calc_pHint(rd[i].E, rd[i].TC);
-        ASSERT_EQ(bits(fw), bits((float)ref_pHint(rd[i].E, rd[i].TC, -0.4f, kAll))) << i;
-    }
-}
-
-TEST_F(PhMath, ExternalReferencePh) {
-    // Seawater readings, then a wide range: two references within a factor
-    // of two subtract exactly, so Eoext - Eext rounds only far from the
-    // ocean's values.
-    std::vector<Reading> rd = readings(-0.88, -0.74, 20000);
-    std::vector<Reading> wide = readings(-1.6, 0.4, 20000);
-    rd.insert(rd.end(), wide.begin(), wide.end());
-    const size_t n = rd.size();
-    for (size_t i = 0; i < n; i++) {
-        float fw = calc_pHext(rd[i].E, rd[i].TC, rd[i].S);
-        ASSERT_EQ(bits(fw), bits((float)ref_pHext(rd[i].E, rd[i].TC, rd[i].S, -1.3f, kAll)))
-            << "E " << rd[i].E << " TC " << rd[i].TC << " S " << rd[i].S;
-    }
-
-    // Fresh water: no chloride, log10(0), not guarded.
-    float fresh = calc_pHext(-0.95f, 20.0f, 0.0f);
-    EXPECT_TRUE(std::isinf(fresh) && fresh < 0.0f) << fresh;
-    EXPECT_TRUE(std::isinf(calc_pHext(-0.95f, 25.0f, 0.0f)));
-}
-
-// ---- the calibration dialogue --------------------------------------------------
-
+// A powered board with the record's factory defaults (k0int -0.4, k0ext
+// -1.3, no thermistor offset), and the calibration dialogue run on it.
 class PhCalib : public ::testing::Test {
   protected:
     void SetUp() override {
         bench::power_up();
         std::memset(&sys_data, 0, sizeof sys_data);
-        default_chemistry();
         sys_data.baud_rate = 115200;
+        init_sys_data_default();
         UARTEchoSet(false); // the transcript is the instrument's own output
         sim::console_take();
         // A dialogue waiting for input that never comes fails the test.
@@ -267,6 +176,51 @@ class PhCalib : public ::testing::Test {
                      accept + "\r");
     }
 };
+
+class PhMath : public PhCalib {};
+
+TEST_F(PhMath, ThermistorTemperature) {
+    // Any other algorithm than 0 and 1: the offset alone.
+    for (float off : {0.0f, 0.0125f, -0.37f}) {
+        for (int alg : {0, 1, 2, 3, 255}) {
+            sys_data.app_cfg[APPCFG_TEMPC_SH_ALG] = (uint8_t)alg;
+            for (float V = 0.3f; V < 2.9f; V += 0.0173f) {
+                float fw = DuraFET_temp(V, off);
+                ASSERT_EQ(bits(fw), bits((float)ref_temp(V, off, alg)))
+                    << "V " << V << " off " << off << " alg " << alg;
+            }
+        }
+    }
+}
+
+TEST_F(PhMath, PhOfBothReferences) {
+    // Internal: at 25 degC the slope term drops out; -0.4 V is pH 0.
+    EXPECT_EQ(calc_pHint(-0.4f, 25.0f), 0.0f);
+    std::vector<Reading> in = readings(0.02, 0.12, 3000);
+    for (float E : {0.0731f, 0.0855f, -0.4f, 0.4f}) {
+        in.push_back({E, 25.0f, 35.0f});
+    }
+    for (const Reading &r : in) {
+        ASSERT_EQ(bits(calc_pHint(r.E, r.TC)), bits((float)ref_pHint(r.E, r.TC, -0.4f)))
+            << "E " << r.E << " TC " << r.TC;
+    }
+    // External: seawater readings, then a wide range: two references within
+    // a factor of two subtract exactly, so Eoext - Eext rounds only far from
+    // the ocean's values.
+    std::vector<Reading> ex = readings(-0.88, -0.74, 20000), wide = readings(-1.6, 0.4, 20000);
+    ex.insert(ex.end(), wide.begin(), wide.end());
+    for (const Reading &r : ex) {
+        ASSERT_EQ(bits(calc_pHext(r.E, r.TC, r.S)), bits((float)ref_pHext(r.E, r.TC, r.S, -1.3f)))
+            << "E " << r.E << " TC " << r.TC << " S " << r.S;
+    }
+
+    // Fresh water: no chloride, log10(0), not guarded.
+    float fresh = calc_pHext(-0.95f, 20.0f, 0.0f);
+    EXPECT_TRUE(std::isinf(fresh) && fresh < 0.0f) << fresh;
+    EXPECT_TRUE(std::isinf(calc_pHext(-0.95f, 25.0f, 0.0f)));
+}
+
+// ---- the calibration dialogue --------------------------------------------------
 
 TEST_F(PhCalib, ManualPathTranscript) {
     sys_data.TCOffset = 0.25f;
@@ -329,30 +283,11 @@ TEST_F(PhCalib, BadEntriesAreRefusedOrKept) {
                               "Enter Vrsi [0.050000]: ", "Enter bath temperature [100.000000]: "});
 }
 
-// At 25 degC the calibration is the inverse of the pH computations.
-TEST_F(PhCalib, InvertsThePhComputationsAt25C) {
-    struct {
-        const char *pH, *vint, *vext, *sal;
-    } cases[] = {{"8.0", "0.0731", "-0.9838", "35"},
-                 {"7.613", "0.0502", "-1.0125", "33.2"},
-                 {"4.0", "-0.161", "-1.2", "20"},
-                 {"9.25", "0.161", "-0.9", "38.75"}};
-    for (const auto &c : cases) {
-        manual(c.pH, c.vint, c.vext, "25", c.sal);
-        float pH = std::strtof(c.pH, nullptr), vint = std::strtof(c.vint, nullptr);
-        float vext = std::strtof(c.vext, nullptr), sal = std::strtof(c.sal, nullptr);
-        // k0int is Vint - pHcal * S_T exactly, in single precision.
-        float ST = (float)((float)(25.0f + 273.15) * 8.31451 / 96487.0 * std::log(10.0));
-        EXPECT_EQ(bits(sys_data.k0int), bits(vint - pH * ST)) << c.pH;
-        EXPECT_NEAR(calc_pHint(vint, 25.0f), pH, 2e-5) << c.pH;
-        EXPECT_NEAR(calc_pHext(vext, 25.0f, sal), pH, 5e-5) << c.pH;
-    }
-}
-
 // Every rounding of the calibration arithmetic reaches the stored constants.
 // Most of them act through logarithms and show in one input out of tens or
 // hundreds: each entry below (found with the written formulas) shows the
-// rounding point it names, then a few ordinary ones (-1).
+// rounding point it names, then a few ordinary ones (-1). At 25 degC the
+// calibration is also the inverse of the pH computations.
 TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
     const struct {
         int point;
@@ -383,6 +318,10 @@ TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
         {-1, {"6.8792", "0.060733", "-0.822011", "29.8644", "29.8457"}},
         {-1, {"6.7921", "0.091059", "-1.096815", "7.4714", "21.4516"}},
         {-1, {"8.6708", "0.083595", "-0.793376", "2.0036", "35.5224"}},
+        {-1, {"8.0", "0.0731", "-0.9838", "25", "35"}},
+        {-1, {"7.613", "0.0502", "-1.0125", "25", "33.2"}},
+        {-1, {"4.0", "-0.161", "-1.2", "25", "20"}},
+        {-1, {"9.25", "0.161", "-0.9", "25", "38.75"}},
         // clang-format on
     };
     int fromAllDouble = 0;
@@ -403,18 +342,42 @@ TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
         ASSERT_EQ(bits(sys_data.k0int), all[0]) << e.text[0] << " " << e.text[1];
         ASSERT_EQ(bits(sys_data.k0ext), all[1]) << e.text[0] << " " << e.text[2];
         fromAllDouble += ref(0) != all;
+        if (v[3] == 25.0f) {
+            // k0int is Vint - pHcal * S_T exactly, in single precision.
+            float ST = (float)((float)(25.0f + 273.15) * 8.31451 / 96487.0 * std::log(10.0));
+            EXPECT_EQ(bits(sys_data.k0int), bits(v[1] - v[0] * ST)) << e.text[0];
+            EXPECT_NEAR(calc_pHint(v[1], 25.0f), v[0], 2e-5) << e.text[0];
+            EXPECT_NEAR(calc_pHext(v[2], 25.0f, v[4]), v[0], 5e-5) << e.text[0];
+        }
     }
     EXPECT_GT(fromAllDouble, 0);
 }
 
 // ---- the automatic path: sensor and CTD in the simulated bath --------------------
 
+// The rows of running means printed so far, as numbers.
+std::vector<std::array<double, 10>> calib_rows(const std::string &text) {
+    std::vector<std::array<double, 10>> rows;
+    std::array<double, 10> r{};
+    for (size_t pos = 0; (pos = text.find("\r\n", pos)) != std::string::npos;) {
+        pos += 2; // a row is the only line that starts with a number
+        if (std::sscanf(text.c_str() + pos, "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf",
+                        &r[0], &r[1], &r[2], &r[3], &r[4], &r[5], &r[6], &r[7], &r[8],
+                        &r[9]) == 10) {
+            rows.push_back(r);
+        }
+    }
+    return rows;
+}
+
 // Answers the dialogue like an operator watching the console: each step waits
-// for its cue in what the instrument has printed so far, then types. Runs
-// from the SysTick interrupt so it can act while the firmware waits.
+// for its cue (`n` times `text` on the screen, or `n` rows of means when
+// `text` is empty), then types. Runs from the SysTick interrupt so it can act
+// while the firmware waits.
 struct Operator {
     struct Step {
-        std::function<bool(const std::string &)> cue;
+        std::string text;
+        size_t n;
         std::string keys;
     };
     std::vector<Step> steps;
@@ -427,30 +390,14 @@ void operator_tick() {
     SysTickIntHandler();
     Operator &op = *g_operator;
     op.seen += sim::console_take();
-    if (op.next < op.steps.size() && op.steps[op.next].cue(op.seen)) {
-        sim::console_feed(op.steps[op.next].keys);
+    if (op.next == op.steps.size()) {
+        return;
+    }
+    const Operator::Step &s = op.steps[op.next];
+    if ((s.text.empty() ? calib_rows(op.seen).size() : scenario::count(op.seen, s.text)) >= s.n) {
+        sim::console_feed(s.keys);
         op.next++;
     }
-}
-
-// The rows of running means printed so far, as numbers.
-std::vector<std::array<double, 10>> calib_rows(const std::string &text) {
-    std::vector<std::array<double, 10>> rows;
-    size_t pos = 0;
-    while (pos < text.size()) {
-        size_t end = text.find("\r\n", pos);
-        std::string line = text.substr(pos, end == std::string::npos ? end : end - pos);
-        pos = end == std::string::npos ? text.size() : end + 2;
-        if (std::count(line.begin(), line.end(), '\t') != 9 || line.find("Vrsi") != line.npos) {
-            continue;
-        }
-        std::array<double, 10> r{};
-        if (std::sscanf(line.c_str(), "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf", &r[0],
-                        &r[1], &r[2], &r[3], &r[4], &r[5], &r[6], &r[7], &r[8], &r[9]) == 10) {
-            rows.push_back(r);
-        }
-    }
-    return rows;
 }
 
 class PhCalibBath : public PhCalib {
@@ -464,8 +411,6 @@ class PhCalibBath : public PhCalib {
         sim::set_environment(env);
         PhCalib::SetUp();
         sim::set_environment(env);
-        init_sys_data_default();
-        sys_data.app_cfg[APPCFG_NEWLINE_MODE] = 0;
         sys_data.data_cfg[CFG_UART4_INST] = 6; // SBE37
         ctd = ctdDriver{};
         sim::attach_serial(UART4_BASE, std::make_shared<sim::Sbe37Model>());
@@ -474,60 +419,45 @@ class PhCalibBath : public PhCalib {
     }
     void TearDown() override {
         sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-        g_operator = nullptr;
         sim::set_environment(sim::Environment());
         PhCalib::TearDown();
     }
-    std::string run(Operator &op) {
+    // The dialogue with the operator's steps; what it printed.
+    std::string run(std::vector<Operator::Step> steps) {
+        Operator op{std::move(steps), 0, ""};
         g_operator = &op;
         sim::set_irq_handler(FAULT_SYSTICK, operator_tick);
-        try {
-            ph_calib();
-        } catch (const sim::CycleEnd &) {
-            ADD_FAILURE() << "ph_calib still waiting; operator at step " << op.next;
-        }
-        wait_consoleTx();
+        std::string out = calib("");
         sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-        op.seen += sim::console_take();
-        return op.seen;
-    }
-    static std::function<bool(const std::string &)> shows(const std::string &text, size_t n = 1) {
-        return [text, n](const std::string &s) { return scenario::count(s, text) >= n; };
-    }
-    static std::function<bool(const std::string &)> rows(size_t n) {
-        return [n](const std::string &s) { return calib_rows(s).size() >= n; };
+        EXPECT_EQ(op.next, op.steps.size()) << "operator stopped at this step";
+        return op.seen + out;
     }
 };
 
 TEST_F(PhCalibBath, AutomaticCalibrationInTheModelBath) {
-    Operator op;
-    op.steps = {
-        {shows("Enter pH calibration point"), "8.0\r"},
-        {shows("Perform automatic DuraFET calibration (Y/N) [N]? "), "y\r"},
-        {rows(2), "\x18"}, // gives up the CTD sample of the third pass
-        {rows(7), "k"},
-        {shows("Values acceptable (Y/N) [N]? "), "n\r"}, // more rows
-        {rows(9), "k"},
-        {shows("Values acceptable (Y/N) [N]? ", 2), "y\r"},
-        {shows("Accept and store calibration values(Y/N) [N]? "), "y\r"},
-    };
-    std::string out = run(op);
-    EXPECT_EQ(op.next, op.steps.size());
+    std::string out = run({
+        {"Enter pH calibration point", 1, "8.0\r"},
+        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "y\r"},
+        {"", 2, "\x18"}, // gives up the CTD sample of the third pass
+        {"", 7, "k"},
+        {"Values acceptable (Y/N) [N]? ", 1, "n\r"}, // more rows
+        {"", 9, "k"},
+        {"Values acceptable (Y/N) [N]? ", 2, "y\r"},
+        {"Accept and store calibration values(Y/N) [N]? ", 1, "y\r"},
+    });
 
-    EXPECT_NE(
-        out.find("Perform automatic DuraFET calibration (Y/N) [N]? "
-                 "Place DuraFET and MicroCAT in calibration bath.\r\n"
-                 "Hit any key when values have stabilized...\r\n"
-                 "\r\n\r\n    Vrsi\t Vrsi-SD\t    Vrse\t Vrse-SD\t  Vtherm\tVthermSD\t   TempC\t"
-                 "TempC-SD\tSalinity\tSal-SD\r\n"),
-        std::string::npos)
-        << out;
+    scenario::expect_in(
+        out, {"Perform automatic DuraFET calibration (Y/N) [N]? "
+              "Place DuraFET and MicroCAT in calibration bath.\r\n"
+              "Hit any key when values have stabilized...\r\n"
+              "\r\n\r\n    Vrsi\t Vrsi-SD\t    Vrse\t Vrse-SD\t  Vtherm\tVthermSD\t   TempC\t"
+              "TempC-SD\tSalinity\tSal-SD\r\n",
+              "\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
+              "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
+              "Values acceptable (Y/N) [N]? ",
+              "\r\nCalibration values stored"});
     EXPECT_EQ(scenario::count(out, "Sal-SD"), 1u); // one header for fewer than 20 rows
     EXPECT_EQ(scenario::count(out, "Average of last 5 values\r\nVint = "), 2u);
-    scenario::expect_in(out, {"\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
-                              "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
-                              "Values acceptable (Y/N) [N]? ",
-                              "\r\nCalibration values stored"});
 
     std::vector<std::array<double, 10>> r = calib_rows(out);
     ASSERT_GE(r.size(), 9u);
@@ -564,16 +494,13 @@ TEST_F(PhCalibBath, AutomaticCalibrationWithoutCtd) {
     ctd.tempC = 0.0f;
     ctd.salt = 0.0f;
     const float k0int = sys_data.k0int;
-    Operator op;
-    op.steps = {
-        {shows("Enter pH calibration point"), "\r"},
-        {shows("Perform automatic DuraFET calibration (Y/N) [N]? "), "Y\r"},
-        {rows(1), "\r"},
-        {shows("Values acceptable (Y/N) [N]? "), "y\r"},
-        {shows("Accept and store calibration values(Y/N) [N]? "), "\r"},
-    };
-    std::string out = run(op);
-    EXPECT_EQ(op.next, op.steps.size());
+    std::string out = run({
+        {"Enter pH calibration point", 1, "\r"},
+        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "Y\r"},
+        {"", 1, "\r"},
+        {"Values acceptable (Y/N) [N]? ", 1, "y\r"},
+        {"Accept and store calibration values(Y/N) [N]? ", 1, "\r"},
+    });
     EXPECT_NE(out.find("MicroCAT Temperature = 0.000000 C"), std::string::npos);
     EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
     EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
