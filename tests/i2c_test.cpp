@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "devices.h"
 #include "i2c_sensors.h"
@@ -59,6 +60,10 @@ bme280_data example_calib() {
     d.dig_p9 = 6000;
     d.chip_id = BME280_CHIP_ID;
     return d;
+}
+
+std::vector<int> humidity_words(const bme280_data &d) {
+    return {d.dig_h1, d.dig_h2, d.dig_h3, d.dig_h4, d.dig_h5, d.dig_h6};
 }
 
 } // namespace
@@ -136,20 +141,11 @@ TEST(Bme280Compensation, HumidityWordsShareRegisterE5) {
     bme280_data d{};
     bme280_unpack_calib(&d, tp, 75, h);
     EXPECT_EQ(d.dig_t1, 27504);
-    EXPECT_EQ(d.dig_h1, 75);
-    EXPECT_EQ(d.dig_h2, 362);
-    EXPECT_EQ(d.dig_h3, 0);
-    EXPECT_EQ(d.dig_h4, 313);
-    EXPECT_EQ(d.dig_h5, 50);
-    EXPECT_EQ(d.dig_h6, 30);
-    // negative 12-bit words and a negative dig_H6
+    EXPECT_EQ(humidity_words(d), (std::vector<int>{75, 362, 0, 313, 50, 30}));
+    // negative 12-bit words (0xFE5, 0xF0A) and a negative dig_H6
     const uint8_t n[7] = {0x00, 0x80, 0xFF, 0xFE, 0xA5, 0xF0, 0x80};
     bme280_unpack_calib(&d, tp, 0, n);
-    EXPECT_EQ(d.dig_h2, -32768);
-    EXPECT_EQ(d.dig_h3, 255);
-    EXPECT_EQ(d.dig_h4, -27);  // 0xFE5
-    EXPECT_EQ(d.dig_h5, -246); // 0xF0A
-    EXPECT_EQ(d.dig_h6, -128);
+    EXPECT_EQ(humidity_words(d), (std::vector<int>{0, -32768, 255, -27, -246, -128}));
 }
 
 TEST_F(I2cParts, Bme280StartsAndMeasuresTheBoardAir) {

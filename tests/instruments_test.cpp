@@ -464,10 +464,12 @@ TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumns) {
 
 // A week at a mooring with hourly samples: the data file's temperature and pH
 // follow the water file (ISO 8601 times, counted from its first row) within
-// the sensor's noise, and the SBE37's salinity reaches the controller.
+// the sensor's noise, and the SBE37's salinity reaches the controller and
+// goes into every external pH.
 TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
     scenario::Board b;
     factory_board(b, [](systemData &d) {
+        d.data_cfg[CFG_CALC_PH_VRSE] = 1;
         d.data_cfg[CFG_UART3_INST] = 0;
         d.data_cfg[CFG_UART4_INST] = 6;
     });
@@ -501,16 +503,20 @@ TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
         for (std::string c; std::getline(cols, c, '\t');) {
             f.push_back(c);
         }
-        ASSERT_GE(f.size(), 13u) << line;
+        ASSERT_GE(f.size(), 23u) << line;
         int mo, d, y, hh, mm, ss;
         ASSERT_EQ(std::sscanf(f[1].c_str(), "%d/%d/%d %d:%d:%d", &mo, &d, &y, &hh, &mm, &ss), 6);
         const sim::Water w = sim::water_at((d - 1) * 86400.0 + hh * 3600.0 + mm * 60.0 + ss);
         EXPECT_NEAR(std::stod(f[9]), w.temp_c, 0.01) << line;
         EXPECT_NEAR(std::stod(f[12]), w.ph, 0.005) << line;
-        EXPECT_NEAR(std::stod(f[f.size() - 3]), w.salinity, 0.006) << line; // the CTD column
+        EXPECT_NEAR(std::stod(f[15]), w.ph, 0.01) << line; // external pH
+        // the CTD's columns: whole degrees, then the salinity
+        EXPECT_NEAR(std::stod(f[21]), w.temp_c, 0.51) << line;
+        EXPECT_NEAR(std::stod(f[f.size() - 3]), w.salinity, 0.006) << line;
         lines++;
     }
     EXPECT_GE(lines, 7 * 24);
+    EXPECT_EQ(scenario::count(r.out, "CTD not responding"), 0u);
     sim::set_environment(sim::Environment());
 }
 
