@@ -38,22 +38,20 @@ namespace {
 
 using Script = std::vector<sim::ScriptedLine::Step>;
 
-// Each instrument on its port: rate, dispatcher value, the driver's first
-// step and its state.
+// Each instrument on its port: rate, dispatcher value and the driver's state.
 struct Rig {
     const char *name;
     uint32_t uart, baud;
     uint8_t code;
-    int first;
     const int32_t *state;
 };
 const Rig kRigs[] = {
-    {"sbe37", UART4_BASE, 9600, 6, 2, &ctd.state},
-    {"aand5860", UART4_BASE, 9600, 7, 4, &ctd.state},
-    {"optode", UART3_BASE, 9600, 1, 2, &optode.state},
-    {"ocr", UART3_BASE, 57600, 2, 2, &ocr.state},
-    {"nanofet", UART3_BASE, 115200, 3, 2, &nanofet.state},
-    {"picoph", UART3_BASE, 19200, 4, 2, &picoph.state},
+    {"sbe37", UART4_BASE, 9600, 6, &ctd.state},
+    {"aand5860", UART4_BASE, 9600, 7, &ctd.state},
+    {"optode", UART3_BASE, 9600, 1, &optode.state},
+    {"ocr", UART3_BASE, 57600, 2, &ocr.state},
+    {"nanofet", UART3_BASE, 115200, 3, &nanofet.state},
+    {"picoph", UART3_BASE, 19200, 4, &picoph.state},
 };
 const Rig &rig(const std::string &name) {
     return *std::find_if(std::begin(kRigs), std::end(kRigs),
@@ -252,18 +250,6 @@ TEST_F(InstrumentsTest, CtdLinkBufferAndWait) {
     double t0 = sim::now_seconds();
     EXPECT_EQ(ctd_waitRx(7), 7u);
     EXPECT_NEAR(sim::now_seconds() - t0, 0.07, 0.011);
-}
-
-// Each dispatcher value reaches its driver: the first step of each.
-TEST_F(InstrumentsTest, PortDispatchersReachEachDriver) {
-    for (const Rig &r : kRigs) {
-        SetUp();
-        const bool p4 = r.uart == UART4_BASE;
-        sys_data.data_cfg[p4 ? CFG_UART4_INST : CFG_UART3_INST] = r.code;
-        EXPECT_EQ(p4 ? uart4_stateMachine(1) : uart3_stateMachine(1), r.first) << r.name;
-        EXPECT_EQ(*r.state, r.first) << r.name;
-        EXPECT_EQ(bench::take(), "");
-    }
 }
 
 // An instrument at another rate than the port: it understands nothing.

@@ -365,15 +365,12 @@ TEST_F(SampleTest, PumpSequenceDialogues) {
              "Enter Pump1 run time [0] sec: Pump on time now 3600 sec.\r\n" + later},
         {2, 18000, 1000, Answers{"0", "2", "18001", "18000", "", "1001", "1000", ""},
          q + "Pump Sequence Type = 0, Disabled\r\n" + again + "Pump Sequence Type = 2\r\n" + later +
-             "\r\nEnter Pump1 run time [0] sec: "
-             "Enter a number less than or equal to 18000 seconds\r\n"
-             "\r\nEnter Pump1 run time [0] sec: Pump1 run time = 18000 sec\r\n"
-             "\r\nEnter Pump2 run time [0] sec: "
-             "\r\nEnter number of sampling cycles for Pump1 [1]: "
-             "Enter a number less than 1000 cycles\r\n"
-             "\r\nEnter number of sampling cycles for Pump1 [1]: "
-             "Sampling cycles Pump1 = 1000\r\n"
-             "\r\nEnter number of sampling cycles for Pump2 [0]: "},
+             "\r\nEnter Pump1 run time [0] sec: Enter a number less than or equal to 18000 "
+             "seconds\r\n\r\nEnter Pump1 run time [0] sec: Pump1 run time = 18000 sec\r\n\r\n"
+             "Enter Pump2 run time [0] sec: \r\nEnter number of sampling cycles for Pump1 [1]: "
+             "Enter a number less than 1000 cycles\r\n\r\nEnter number of sampling cycles for "
+             "Pump1 [1]: Sampling cycles Pump1 = 1000\r\n\r\nEnter number of sampling cycles for "
+             "Pump2 [0]: "},
     };
     for (const auto &c : cases) {
         UARTEchoSet(false);
@@ -529,10 +526,8 @@ TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
         longest = std::max(longest, g_pets[i] - g_pets[i - 1]);
     }
     std::printf("[ sample  ] default cycle %.1f ms simulated; mandated waits and conversions "
-                "%.1f ms (+%.1f ms)\n",
-                took, mandated, took - mandated);
-    std::printf("[ sample  ] longest watchdog interval %.1f ms over %zu pets\n", longest,
-                g_pets.size());
+                "%.1f ms (+%.1f ms)\n[ sample  ] longest watchdog interval %.1f ms over %zu pets\n",
+                took, mandated, took - mandated, longest, g_pets.size());
     EXPECT_GE(took, mandated);
     EXPECT_LT(took, mandated * 1.5);
     EXPECT_LT(longest, 1000.0);
