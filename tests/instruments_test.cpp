@@ -261,9 +261,9 @@ TEST_F(InstrumentsTest, ModelsAnswerOnlyAtTheirRate) {
 }
 
 // Each instrument's good reply against its manual's example, and each fault
-// knob of each model driving its driver into the specified ending: the column
-// text, the driver's state, the CTD salinity (30 = kept from before) and a
-// the console (sys_data.diag is on).
+// knob of each model driving its driver into its ending: the column text, the
+// driver's state, the CTD salinity (30 = kept from before) and the console
+// (sys_data.diag is on).
 TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding) {
     struct {
         std::string got, manual;
