@@ -387,23 +387,20 @@ TEST_F(SampleTest, PwmPhaseBoundaries) {
         int offTicks; // calls in state 3 until it turns to 4 (the forcing call included)
         int onTicks;  // calls in state 4 until it turns to 3
     } cases[] = {{40, 61, 41}, {100, 1, 101}, {1, 100, 2}, {0, 101, 1}};
+    // calls until the machine leaves `phase`, the first one (with `first`) included
+    auto ticks = [](int first, int phase) {
+        int n = 1;
+        for (int st = pwmPump_stateMachine(first); st == phase && n < 1000; n++) {
+            st = pwmPump_stateMachine(-1);
+        }
+        return n;
+    };
     for (auto &c : cases) {
         pwmPump.percent = c.percent;
-        int n = 1;
-        int st = pwmPump_stateMachine(PWM_OFF_PHASE);
-        while (st == PWM_OFF_PHASE && n < 1000) {
-            st = pwmPump_stateMachine(-1);
-            n++;
-        }
-        EXPECT_EQ(n, c.offTicks) << c.percent;
+        EXPECT_EQ(ticks(PWM_OFF_PHASE, PWM_OFF_PHASE), c.offTicks) << c.percent;
         EXPECT_EQ(out(), "pump_on is PCAL6416 on ZEP3 baseboard, not supported yet board_util.c "
                          "line 339\r\n");
-        n = 0;
-        do {
-            st = pwmPump_stateMachine(-1);
-            n++;
-        } while (st == PWM_ON_PHASE && n < 1000);
-        EXPECT_EQ(n, c.onTicks) << c.percent;
+        EXPECT_EQ(ticks(-1, PWM_ON_PHASE), c.onTicks) << c.percent;
         EXPECT_EQ(out(), "pump_off is PCAL6416 on ZEP3 baseboard, not supported yet "
                          "board_util.c line 357\r\n");
     }
