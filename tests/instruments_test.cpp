@@ -122,6 +122,8 @@ class InstrumentsTest : public ::testing::Test {
 const char *const kSbeTimeout =
     "CTD not responding with SBE37 data, check connection, make sure data config is SBE37";
 const char *const kSbeOverflow = "ST7: error in ctd driver bufIndx exceeds buf size, ctd";
+const std::string kSbeParse = "\r\nError:  sscanf for parsing MicroCat does not return 5 args.  "
+                              "ctd.state = 3.  TempC and salt are 0.0\r\n";
 const char *const kAanParse =
     "\r\nError:  sscanf for parsing Aanderaa 5860 does not return 7 args.  ctd.type = 7.  TempC "
     "and salt are 0.0\r\n\r\nCheck setup of Aanderaa 5860, enable derived, raw, etc.   To Fix, "
@@ -152,10 +154,8 @@ TEST_F(InstrumentsTest, ScriptedReplies) {
          1.5f, 34.9f, "2 3 0", 1.44},
         {"sbe37", 0, Script{{"ts\r", "1.5,3,34.9,d,t<more", 500}}, "1.5\t3\t34.9\td\tt", "", 0,
          34.9f, 1.5f, 34.9f, "2 3 0", 1.43},
-        {"sbe37", 0, Script{{"ts\r", "1.5,3.2\n", 500}}, "1.5\t3.2",
-         "\r\nError:  sscanf for parsing MicroCat does not return 5 args.  ctd.state = 3.  TempC "
-         "and salt are 0.0\r\n1.5\t3.2\r\n",
-         0, 0, 0, 0, "2 3 0", 1.43},
+        {"sbe37", 0, Script{{"ts\r", "1.5,3.2\n", 500}}, "1.5\t3.2", kSbeParse + "1.5\t3.2\r\n", 0,
+         0, 0, 0, "2 3 0", 1.43},
         {"aand5860", 0, then(aan, {"do sample", "1 2 3 4 5 6 7#", 100}), "1 2 3 4 5 6 7", "", 0, 5,
          4, 5, "4 5 0", 0.43},
         // a CR inside the reply ends the text there
@@ -293,8 +293,6 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
         }
         return s;
     };
-    const std::string sbeParse = "\r\nError:  sscanf for parsing MicroCat does not return 5 args.  "
-                                 "ctd.state = 3.  TempC and salt are 0.0\r\n";
     const std::string gap = say("DEBUG: inter-character delay exceeded 50msec receiving do_sample "
                                 "string"),
                       ctdBase =
@@ -315,9 +313,9 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
         {"sbe37", " split", "12\t4\t34.00\td\tt", 0, 34, ""},
         {"sbe37", "silent late wake stall", kSbeTimeout, -1, 30, ""},
         {"sbe37", "garbage long", kSbeOverflow, -1, 30, say(kSbeOverflow)},
-        {"sbe37", "partial early", "12\t4\t34", 0, 0, sbeParse + "12\t4\t34\r\n"},
-        {"sbe37", "unparsable", "X2\t4\t34.00\td\tt", 0, 0, sbeParse + "X2\t4\t34.00\td\tt\r\n"},
-        {"sbe37", "missing", "12\t4\t34.00", 0, 0, sbeParse + "12\t4\t34.00\r\n"},
+        {"sbe37", "partial early", "12\t4\t34", 0, 0, kSbeParse + "12\t4\t34\r\n"},
+        {"sbe37", "unparsable", "X2\t4\t34.00\td\tt", 0, 0, kSbeParse + "X2\t4\t34.00\td\tt\r\n"},
+        {"sbe37", "missing", "12\t4\t34.00", 0, 0, kSbeParse + "12\t4\t34.00\r\n"},
         {"aand5860", "", "0 0 4 12 34 0 0", 0, 34, ""},
         {"aand5860", "silent", "CTD not responding with Aanderaa % then ! after powerup", -1, 30,
          say("No CTD response in 2.5sec, statemachine pumping too slow or instrument not "
