@@ -478,8 +478,9 @@ TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
         EXPECT_NEAR(std::stod(f[9]), w.temp_c, 0.01) << line;
         EXPECT_NEAR(std::stod(f[12]), w.ph, 0.005) << line;
         EXPECT_NEAR(std::stod(f[15]), w.ph, 0.01) << line; // external pH
-        // the CTD's columns: whole degrees, then the salinity
-        EXPECT_NEAR(std::stod(f[21]), w.temp_c, 0.51) << line;
+        char ctdTemp[16]; // the CTD's columns: whole degrees, then the salinity
+        std::snprintf(ctdTemp, sizeof ctdTemp, "%.0f", w.temp_c);
+        EXPECT_EQ(f[21], ctdTemp) << line;
         EXPECT_NEAR(std::stod(f[f.size() - 3]), w.salinity, 0.006) << line;
         lines++;
     }
