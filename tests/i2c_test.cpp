@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "devices.h"
 #include "i2c_sensors.h"
@@ -42,23 +43,19 @@ class I2cParts : public ::testing::Test {
     }
 };
 
-// The worked example of the datasheet (temperature and pressure words).
+// The datasheet's worked example (temperature and pressure words) and a
+// typical part's humidity words, as the climate-sensor model holds them.
 bme280_data example_calib() {
-    bme280_data d{};
-    d.dig_t1 = 27504;
-    d.dig_t2 = 26435;
-    d.dig_t3 = -1000;
-    d.dig_p1 = 36477;
-    d.dig_p2 = -10685;
-    d.dig_p3 = 3024;
-    d.dig_p4 = 2855;
-    d.dig_p5 = 140;
-    d.dig_p6 = -7;
-    d.dig_p7 = 15500;
-    d.dig_p8 = -14600;
-    d.dig_p9 = 6000;
-    d.chip_id = BME280_CHIP_ID;
-    return d;
+    const sim::Bme280Calib c = sim::bme280_example_calib();
+    return {c.t1, c.t2, c.t3, c.p1, c.p2, c.p3, c.p4,           c.p5, c.p6, c.p7, c.p8, c.p9,
+            c.h1, c.h2, c.h3, c.h4, c.h5, c.h6, BME280_CHIP_ID, 0,    0,    0,    0};
+}
+
+// dig_T1..dig_H6 in the datasheet's order
+std::vector<int> words(const bme280_data &d) {
+    return {d.dig_t1, d.dig_t2, d.dig_t3, d.dig_p1, d.dig_p2, d.dig_p3,
+            d.dig_p4, d.dig_p5, d.dig_p6, d.dig_p7, d.dig_p8, d.dig_p9,
+            d.dig_h1, d.dig_h2, d.dig_h3, d.dig_h4, d.dig_h5, d.dig_h6};
 }
 
 } // namespace
@@ -106,12 +103,6 @@ TEST(Bme280Compensation, DatasheetWorkedExample) {
 
     // the integer humidity follows the floating-point formula of the datasheet
     sim::Bme280Calib c = sim::bme280_example_calib();
-    d.dig_h1 = c.h1;
-    d.dig_h2 = c.h2;
-    d.dig_h3 = c.h3;
-    d.dig_h4 = c.h4;
-    d.dig_h5 = c.h5;
-    d.dig_h6 = c.h6;
     for (int32_t adc_H : {20000, 26000, 30000, 36000}) {
         double ref = sim::bme280_compensate(c, 519888, 415148, adc_H).humidity_rh;
         EXPECT_NEAR(bme280_calc_humidity(&d, adc_H) / 1024.0, ref, 0.01) << adc_H;
@@ -135,33 +126,20 @@ TEST(Bme280Compensation, HumidityWordsShareRegisterE5) {
     const uint8_t h[7] = {0x6A, 0x01, 0x00, 0x13, 0x29, 0x03, 0x1E};
     bme280_data d{};
     bme280_unpack_calib(&d, tp, 75, h);
-    EXPECT_EQ(d.dig_t1, 27504);
-    EXPECT_EQ(d.dig_h1, 75);
-    EXPECT_EQ(d.dig_h2, 362);
-    EXPECT_EQ(d.dig_h3, 0);
-    EXPECT_EQ(d.dig_h4, 313);
-    EXPECT_EQ(d.dig_h5, 50);
-    EXPECT_EQ(d.dig_h6, 30);
-    // negative 12-bit words and a negative dig_H6
+    EXPECT_EQ(words(d),
+              (std::vector<int>{27504, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 75, 362, 0, 313, 50, 30}));
+    // negative 12-bit words (0xFE5, 0xF0A) and a negative dig_H6
     const uint8_t n[7] = {0x00, 0x80, 0xFF, 0xFE, 0xA5, 0xF0, 0x80};
     bme280_unpack_calib(&d, tp, 0, n);
-    EXPECT_EQ(d.dig_h2, -32768);
-    EXPECT_EQ(d.dig_h3, 255);
-    EXPECT_EQ(d.dig_h4, -27);  // 0xFE5
-    EXPECT_EQ(d.dig_h5, -246); // 0xF0A
-    EXPECT_EQ(d.dig_h6, -128);
+    EXPECT_EQ(words(d), (std::vector<int>{27504, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, -32768, 255,
+                                          -27, -246, -128}));
 }
 
 TEST_F(I2cParts, Bme280StartsAndMeasuresTheBoardAir) {
     EXPECT_EQ(bme280_init(), 0);
     EXPECT_EQ(take(), "");
     EXPECT_EQ(bme280_dev.chip_id, 0x60);
-    bme280_data ex = example_calib();
-    EXPECT_EQ(bme280_dev.dig_t1, ex.dig_t1);
-    EXPECT_EQ(bme280_dev.dig_t3, ex.dig_t3);
-    EXPECT_EQ(bme280_dev.dig_p9, ex.dig_p9);
-    EXPECT_EQ(bme280_dev.dig_h4, 313);
-    EXPECT_EQ(bme280_dev.dig_h5, 50);
+    EXPECT_EQ(words(bme280_dev), words(example_calib()));
     std::string log = sim::i2c_log_text();
     EXPECT_EQ(log.substr(0, 23), "[77 W] D0 [77 R] 60 P [");
     EXPECT_NE(log.find("[77 W] A1 [77 R] 4B P [77 W] E1 [77 R] 6A 01 00 13 29 03 1E P"),
@@ -207,15 +185,10 @@ TEST_F(I2cParts, Bme280AcceptsItsRelativesAndRefusesOthers) {
         {0x61, 1, false, "BME280 not found at 0x77, chip id 0x61\r\n"},
         {-1, 1, false, "BME280 not found at 0x77, chip id 0x00\r\n"},
     };
-    std::shared_ptr<sim::Bme280Model> model;
     for (const ChipCase &c : cases) {
         SetUp();
-        if (c.id < 0) {
-            sim::attach_i2c(0x77, nullptr);
-        } else {
-            model = std::make_shared<sim::Bme280Model>(uint8_t(c.id));
-            sim::attach_i2c(0x77, model);
-        }
+        auto model = std::make_shared<sim::Bme280Model>(uint8_t(c.id));
+        sim::attach_i2c(0x77, c.id < 0 ? nullptr : model);
         EXPECT_EQ(bme280_init(), c.init) << c.id;
         EXPECT_EQ(take(), c.console) << c.id;
         std::string log = sim::i2c_log_text();
@@ -238,10 +211,9 @@ TEST_F(I2cParts, Bme280AcceptsItsRelativesAndRefusesOthers) {
                          rp >> 12, (rp >> 4) & 0xFF, (rp & 0xF) << 4, rt >> 12, (rt >> 4) & 0xFF,
                          (rt & 0xF) << 4);
         if (c.humidity) {
-            snprintf(burst + n, sizeof burst - n, " %02X %02X P", rh >> 8, rh & 0xFF);
-        } else {
-            snprintf(burst + n, sizeof burst - n, " P");
+            n += snprintf(burst + n, sizeof burst - n, " %02X %02X", rh >> 8, rh & 0xFF);
         }
+        snprintf(burst + n, sizeof burst - n, " P");
         EXPECT_NE(log.find(burst), std::string::npos) << c.id << " " << log;
         EXPECT_NEAR(bme280_get_fTemperature(), 21.0f, 0.011f);
         EXPECT_EQ(bme280_get_uiHumidity() != 0u, c.humidity) << c.id;
