@@ -1,4 +1,4 @@
-// An instrument that answers exact bytes, for bench work on a driver's reply
+// A test instrument that answers exact bytes, for work on a driver's reply
 // parsing: each step waits until the line has heard its trigger (an empty
 // trigger: the port coming up at the instrument's rate), then sends its reply
 // `delay_ms` later, paced at the instrument's rate. The script starts again
