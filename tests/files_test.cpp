@@ -61,31 +61,21 @@ std::string fmt_time(uint32_t t, const char *f) {
 std::string metadata(bool file, uint32_t deployTime) {
     std::string s = "\r\n\r\n//++************** Deployment Settings ***************\r\n"
                     "// Firmware version: \tFenwa v5.0.3 ZEP3 123g revB\r\n"
-                    "// Sampling period (s)\t20\r\n"
-                    "// Samples hour align:\tNo\r\n"
-                    "// Vrsi sps,trials: \t20, 10\r\n"
-                    "// Vrse sps,trials: \t20, 10\r\n"
-                    "// Vtherm sps,trials\t20, 5\r\n"
-                    "// Ik sps, trials:   \t20, 1\r\n"
-                    "// Vk sps, trials:   \t20, 5\r\n"
-                    "// Ib sps, trials:   \t20, 1\r\n"
-                    "// Vb sps, trials:   \t20, 5\r\n"
-                    "// Vbias sps,trials: \t40, 1\r\n"
-                    "// Pump on time (s):\t0\r\n"
-                    "// Exp Duty Cycle On \t3\r\n";
+                    "// Sampling period (s)\t20\r\n// Samples hour align:\tNo\r\n"
+                    "// Vrsi sps,trials: \t20, 10\r\n// Vrse sps,trials: \t20, 10\r\n"
+                    "// Vtherm sps,trials\t20, 5\r\n// Ik sps, trials:   \t20, 1\r\n"
+                    "// Vk sps, trials:   \t20, 5\r\n// Ib sps, trials:   \t20, 1\r\n"
+                    "// Vb sps, trials:   \t20, 5\r\n// Vbias sps,trials: \t40, 1\r\n"
+                    "// Pump on time (s):\t0\r\n// Exp Duty Cycle On \t3\r\n";
     s += file ? "// Exp Duty Cycle Off\t7\r\n" : "// Exp Duty Cycle Off\t3\r\n";
     s += "// Low battery voltage:\t9.2\r\n"
          "// Output mode:        \tNormal\r\n";
     s += fmt_time(deployTime, "// Deploy time:   \t%Y/%m/%d %H:%M:%S\r\n");
     s += "// Time zone:       \tLocal\r\n"
-         "// TCOffset:     \t0.000000\r\n"
-         "// k0int:        \t-0.400000\r\n"
-         "// k0ext:        \t-1.300000\r\n"
-         "// k2int:        \t-0.001455\r\n"
-         "// k2ext:        \t-0.001081\r\n"
-         "// Def Sal (ppt):\t35.000000\r\n"
-         "// Offset Ik:    \t0.000000\r\n"
-         "// Offset Ib:    \t0.000000\r\n";
+         "// TCOffset:     \t0.000000\r\n// k0int:        \t-0.400000\r\n"
+         "// k0ext:        \t-1.300000\r\n// k2int:        \t-0.001455\r\n"
+         "// k2ext:        \t-0.001081\r\n// Def Sal (ppt):\t35.000000\r\n"
+         "// Offset Ik:    \t0.000000\r\n// Offset Ib:    \t0.000000\r\n";
     const char *sh = file ? "S-H" : "s-h";
     const char *quad[] = {"340.981986", "-0.000091", "-95.088067", "0.965370"};
     for (int i = 0; i < 4; i++) {
@@ -100,45 +90,26 @@ std::string metadata(bool file, uint32_t deployTime) {
         s += "// fP_" + std::to_string(i) + "          \t0.000000e+00\r\n";
     }
     s += "// k0_Cal_date   \t \r\n"
-         "// k0_HCl        \t0.000000e+00\r\n"
-         "// k0_SW         \t0.000000e+00\r\n"
-         "// k0std_SW      \t0.000000e+00\r\n"
-         "// service_date  \t \r\n"
-         "// Version Info: \tFenwa v5.0.3 ZEP3 123g revB\r\n"
-         "// File name:     \tnoname.txt\r\n"
-         "// User initials: \tabc\r\n"
-         "// Board SN:      \t \r\n"
-         "// KORB SN:       \t \r\n"
-         "// Sensor SN:     \t \r\n"
-         "// ISFET SN:      \t \r\n"
-         "// ISE SN:        \t \r\n"
-         "// Optode SN:     \t \r\n"
-         "// CTD SN:        \t \r\n"
-         "// Pump1 SN:      \t \r\n"
-         "// Pump2 SN:      \t \r\n"
-         "// Package name:  \t \r\n"
-         "// Fab Note:      \t \r\n"
-         "// Deploy note:   \t \r\n"
-         "// MicroSD Logging:  \t1\r\n"
-         "// Uart Echo:     \t1\r\n"
-         "// App Exec:      \t0\r\n"
-         "// A -- Sample Num               = 1\r\n"
-         "// B -- MM/DD/YYYY HH:MM:SS      = 1\r\n"
-         "// D -- Bias Battery Pos         = 1\r\n"
-         "// F -- Board Temperature        = 1\r\n"
-         "// G -- Board Humidity           = 1\r\n"
-         "// H -- Vthermistor              = 1\r\n"
-         "//      Vtermistor Std           = 1\r\n"
-         "// I -- Temperature Calc         = 1\r\n"
-         "// L -- Vrse (Ext Ref pH volt)   = 1\r\n"
-         "//      Vrse Std                 = 1\r\n"
-         "// M -- pH Vrse Calc             = 0\r\n"
-         "// R -- Counter Electrode Vk     = 1\r\n"
-         "//      Counter Electrode Vk Std = 1\r\n"
-         "// T -- Counter Electrode Cur Ik = 1\r\n"
+         "// k0_HCl        \t0.000000e+00\r\n// k0_SW         \t0.000000e+00\r\n"
+         "// k0std_SW      \t0.000000e+00\r\n// service_date  \t \r\n"
+         "// Version Info: \tFenwa v5.0.3 ZEP3 123g revB\r\n// File name:     \tnoname.txt\r\n"
+         "// User initials: \tabc\r\n// Board SN:      \t \r\n"
+         "// KORB SN:       \t \r\n// Sensor SN:     \t \r\n"
+         "// ISFET SN:      \t \r\n// ISE SN:        \t \r\n"
+         "// Optode SN:     \t \r\n// CTD SN:        \t \r\n"
+         "// Pump1 SN:      \t \r\n// Pump2 SN:      \t \r\n"
+         "// Package name:  \t \r\n// Fab Note:      \t \r\n"
+         "// Deploy note:   \t \r\n// MicroSD Logging:  \t1\r\n"
+         "// Uart Echo:     \t1\r\n// App Exec:      \t0\r\n"
+         "// A -- Sample Num               = 1\r\n// B -- MM/DD/YYYY HH:MM:SS      = 1\r\n"
+         "// D -- Bias Battery Pos         = 1\r\n// F -- Board Temperature        = 1\r\n"
+         "// G -- Board Humidity           = 1\r\n// H -- Vthermistor              = 1\r\n"
+         "//      Vtermistor Std           = 1\r\n// I -- Temperature Calc         = 1\r\n"
+         "// L -- Vrse (Ext Ref pH volt)   = 1\r\n//      Vrse Std                 = 1\r\n"
+         "// M -- pH Vrse Calc             = 0\r\n// R -- Counter Electrode Vk     = 1\r\n"
+         "//      Counter Electrode Vk Std = 1\r\n// T -- Counter Electrode Cur Ik = 1\r\n"
          "// U -- Substrate Current        = 1\r\n"
-         "//--**************************************************\r\n"
-         "\r\n\r\n";
+         "//--**************************************************\r\n\r\n\r\n";
     return s;
 }
 
@@ -310,94 +281,81 @@ TEST(FilesScenario, CardCommandLine) {
     stamp("RO.TXT", kNewYear - 86400 * 366);
     chmod((card / "RO.TXT").c_str(), 0444);
 
-    std::string deep; // eight levels of eight letters: 72 characters
-    std::string script = kOpenMenu + "3 5\\r\n4 ls\\r\n5 cat pieces.txt\\r\n";
-    double t = 6;
-    auto at = [&](const std::string &cmd) {
-        script += std::to_string(t) + " " + cmd + "\\r\n";
-        t += 0.5;
+    // Each command: the folder its prompt shows, and the reply after its echo.
+    struct Row {
+        std::string dir, cmd, reply;
     };
-    at("cd ..");
-    at("pwd");
+    const std::string tooLong = "Resulting path name is too long\r\n",
+                      err = "\r\nCommand returned error code FR_";
+    std::vector<Row> rows = {
+        // attribute letters, date, time, size, name; counts; free space
+        {"/", "ls",
+         "----A 2025/01/01 05:07        90  PIECES.TXT\r\n-R--A 2024/01/01 00:00         1  "
+         "RO.TXT\r\n"
+         "\r\n   2 File(s)\r\n   0 Dir(s)\r\n   2097056K bytes free\r\n"},
+        // two pieces of 79 and 11 bytes; the first ends in CR and gains an LF
+        {"/", "cat pieces.txt", std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')},
+        {"/", "cd ..", ""},
+        {"/", "pwd", "/\r\n"},
+    };
+    std::string deep; // eight levels of eight letters: 72 characters
     for (int i = 0; i < 8; i++) {
-        std::string d = "DIRNAME" + std::to_string(i);
-        at("mkdir " + d);
-        at("cd " + d);
+        std::string d = "DIRNAME" + std::to_string(i), dir = deep.empty() ? "/" : deep;
+        rows.insert(rows.end(), {{dir, "mkdir " + d, ""}, {dir, "cd " + d, ""}});
         deep += "/" + d;
     }
-    at("mkdir abcdefg"); // 72 + 7 + 2 > 80
-    at("mkdir abcdef");  // exactly 80
-    at("cd abcdef");     // 79 characters
-    at("pwd");
-    at("cd x"); // too long
-    at("cd /");
-    at("cd dirname0"); // relative, any case
-    at("cd ..");
-    at("cd /nothere");
-    at("mkdir dirname0");
-    at("mkdir toolongname");
-    at("rm nofile.txt");
-    at("mv pieces.txt cut.txt");
-    at("rm dirname0"); // not empty
-    at("frobnicate");
-    at("a b c d e f g h i");
-    at("a b c d e f g h");
-    at("help");
-    at("ls");
-    at("exit");
-    auto r = b.run(script, 0, kAtNewYear);
-    const std::string &o = r.out;
-
-    const std::string seq[] = {
-        "\r\n\r\nUnix-like command line. Type 'help' for list of commands\r\n\r\n/> ",
-        // ls: attribute letters, date, time, size, name; counts; free space
-        "----A 2025/01/01 05:07        90  PIECES.TXT\r\n"
-        "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-        "\r\n   2 File(s)\r\n   0 Dir(s)\r\n   2097056K bytes free\r\n",
-        // cat: two pieces of 79 and 11 bytes; the first ends in CR and gains an LF
-        std::string(78, 'a'),
-        "/> cd ..",
-        "/> pwd\r\n\r/\r\n",
-        "Resulting path name is too long\r\n",
-    };
-    size_t pos = 0;
-    for (const std::string &s : seq) {
-        pos = o.find(s, pos);
-        ASSERT_NE(pos, std::string::npos) << s << "\n" << o;
-    }
-    EXPECT_NE(o.find(std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')), std::string::npos);
-    std::string deepest = deep + "/abcdef";
+    const std::string deepest = deep + "/abcdef";
     ASSERT_EQ(deepest.size(), 79u);
-    scenario::expect_in(
-        o, {"\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n",
-            "\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n",
-            "\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n",
-            "\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> ",
-            "cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n",
-            "mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n",
-            "mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n",
-            "rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n",
-            "rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n",
-            "frobnicate\r\n\rBad command!\r\n",
-            "a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n",
-            "a b c d e f g h\r\n\rBad command!\r\n",
-            "\r\nAvailable commands\r\n------------------\r\n"
-            "help  : Display list of commands\r\nh  : Alias for help\r\n"
-            "?  : Alias for help\r\nls  : Display list of files\r\n"
-            "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
-            "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
-            "cat  : Display contents of a text file\r\n"
-            "rm  : Remove a file or directory\r\n"
-            "mv  : Rename or move a file or directory\r\n"
-            "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
-            "exit  : Exit the file viewer\r\n"});
-    // The last ls: the renamed file and the new folder.
-    scenario::expect_in(o, {"----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ",
-                            "         0  DIRNAME0\r\n"
-                            "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-                            "\r\n   2 File(s)\r\n   1 Dir(s)"});
-    // exit: back to the main menu.
-    EXPECT_NE(o.find("exit\r\n\r\r\n\r\n\r\nMain Menu"), std::string::npos);
+    rows.insert(
+        rows.end(),
+        {{deep, "mkdir abcdefg", tooLong}, // 72 + 7 + 2 > 80
+         {deep, "mkdir abcdef", ""},       // exactly 80
+         {deep, "cd abcdef", ""},          // 79 characters
+         {deepest, "pwd", deepest + "\r\n"},
+         {deepest, "cd x", tooLong},
+         {deepest, "cd /", ""},
+         {"/", "cd dirname0", ""}, // relative, any case
+         {"/dirname0", "cd ..", ""},
+         {"/", "cd /nothere", "cd: /nothere" + err + "NO_PATH\r\n"},
+         {"/", "mkdir dirname0", err + "EXIST\r\n"},
+         {"/", "mkdir toolongname", err + "INVALID_NAME\r\n"},
+         {"/", "rm nofile.txt", err + "NO_FILE\r\n"},
+         {"/", "mv pieces.txt cut.txt", ""},
+         {"/", "rm dirname0", err + "DENIED\r\n"}, // not empty
+         {"/", "frobnicate", "Bad command!\r\n"},
+         {"/", "a b c d e f g h i", "Too many arguments for command processor!\r\n"},
+         {"/", "a b c d e f g h", "Bad command!\r\n"},
+         {"/", "help",
+          "\r\nAvailable commands\r\n------------------\r\n"
+          "help  : Display list of commands\r\nh  : Alias for help\r\n?  : Alias for help\r\n"
+          "ls  : Display list of files\r\nmkdir  : Make new directory\r\n"
+          "chdir  : Change directory\r\ncd  : Alias for chdir\r\n"
+          "pwd  : Display current working directory\r\ncat  : Display contents of a text file\r\n"
+          "rm  : Remove a file or directory\r\nmv  : Rename or move a file or directory\r\n"
+          "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
+          "exit  : Exit the file viewer\r\n"},
+         // the renamed file and the new folder (stamped with the host's time)
+         {"/", "ls",
+          "----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ####/##/## ##:##         0  "
+          "DIRNAME0\r\n"
+          "-R--A 2024/01/01 00:00         1  RO.TXT\r\n\r\n   2 File(s)\r\n   1 Dir(s)\r\n"
+          "   2096768K bytes free\r\n"},
+         {"/", "exit", "\r\n\r\n\r\nMain Menu"}}); // back to the main menu
+    std::string script = kOpenMenu + "3 5\\r\n",
+                want = "\r\n\r\nUnix-like command line. Type 'help' for list of commands\r\n";
+    double t = 4;
+    for (const Row &row : rows) {
+        script += std::to_string(t) + " " + row.cmd + "\\r\n";
+        t += 0.5;
+        want += "\r\n" + row.dir + "> " + row.cmd + "\r\n\r" + row.reply;
+    }
+    std::string o = b.run(script, 0, kAtNewYear).out;
+    size_t dir = o.find("\r\nD---- ");
+    ASSERT_NE(dir, std::string::npos) << o;
+    o.replace(dir + 8, 16, "####/##/## ##:##");
+    size_t from = o.find("\r\n\r\nUnix-like");
+    ASSERT_NE(from, std::string::npos) << o;
+    EXPECT_EQ(o.substr(from, want.size()), want);
     EXPECT_TRUE(fs::is_directory(card / "DIRNAME0" / "DIRNAME1"));
 }
 
