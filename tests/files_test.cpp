@@ -384,45 +384,35 @@ class Files : public ::testing::Test {
 } // namespace
 
 TEST_F(Files, TitleLineFollowsTheSwitches) {
+    // The switches as flags() shows them: digit 1 the stamp type, 18 Ib, 19
+    // Vbat, 24 and 25 the instruments on UART3 and UART4.
     struct Case {
-        const char *name;
-        std::vector<std::pair<int, uint8_t>> on; // from all off: these switches
-        uint32_t pumps;                          // pump sequence type (0: as it was)
+        const char *name, *flags;
+        uint32_t pumps; // pump sequence type (0: as it was)
         const char *line;
     };
     const Case cases[] = {
-        {"sample number only", {{CFG_SAMPLE_NUM, 1}}, 0, " SampNum\r\n"},
-        {"nothing at all", {}, 0, "\r\n"},
-        {"epoch stamps and a pump",
-         {{CFG_TIMESTAMP, 2}, {CFG_VIN_BAT_VOLT, 1}, {CFG_I_SUBSTRATE, 1}},
-         2,
+        {"sample number only", "10000000000000000000000005", 0, " SampNum\r\n"},
+        {"nothing at all", "00000000000000000000000005", 0, "\r\n"},
+        {"epoch stamps and a pump", "02000000000000000011000005", 2,
          "Epoch millisec\tVbatMain\t      Ib\t   Pump\r\n"},
-        {"unknown stamp type",
-         {{CFG_TIMESTAMP, 3}, {CFG_UART4_INST, 6}},
-         0,
+        {"unknown stamp type", "03000000000000000000000006", 0,
          "TC_MCat\tCond\tPres\tpSal\tDate_MC\tTime_MC\r\n"},
-        {"picoPH",
-         {{CFG_UART3_INST, 4}},
-         0,
+        {"picoPH", "00000000000000000000000045", 0,
          "MEA  \tChan \tSensors \tErrors \tdphi \t0 \t0 \t0 \tTC_samp \tTC_case \tsigInt \t"
          "ambLight \tPres \tHum \tTO_res \t0 \t0 \tpH \t0 \t0 \t0 \t\r\n"},
-        {"NanoFET and Aanderaa",
-         {{CFG_UART3_INST, 3}, {CFG_UART4_INST, 7}},
-         0,
+        {"NanoFET and Aanderaa", "00000000000000000000000037", 0,
          " SampNum\tMM/DD/YYYY HH:MM:SS\tVbiasPos\t TC_cont\tHumidity\t  Vtherm\tVthrmStd\t"
          " TC_Dfet\t    Vrse\tVrse_std\t      Vk\t  Vk_std\t      Ik \t      Ib\t"
          "Cond_PN\tCond_SN\tCond\tTemp\tSal\tDensity \tSSpeed\r\n"},
-        {"optode and OCR are one group each",
-         {{CFG_UART3_INST, 1}},
-         0,
+        {"optode and OCR are one group each", "00000000000000000000000015", 0,
          "Opt_PN\tOpt_SN\tMoxy\tO2satper\tTC_opt\tDphase\tBphase\tRphase\tBamp\tBpot\tRamp\t"
          "Opt_rawtemp\r\n"},
     };
     for (const Case &c : cases) {
         init_sys_data_default();
-        config_data_fields_none(0);
-        for (const auto &sw : c.on) {
-            sys_data.data_cfg[sw.first] = sw.second;
+        for (int i = 0; i < 26; i++) {
+            sys_data.data_cfg[i] = uint8_t(c.flags[i] - '0');
         }
         if (c.pumps != 0) {
             sys_data.pump_seq_type = c.pumps;
