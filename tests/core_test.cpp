@@ -5,12 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include "board/uartstdio.h"
 #include "core/main.h"
 #include "core/sleep.h"
 #include "core/system.h"
 #include "hibernate.h"
-#include "interrupt.h"
 #include "scenario.h"
 #include "sim.h"
 

@@ -17,9 +17,7 @@
 #include "typist.h"
 #include "ymodem_bytes.h"
 
-#include "board/board_util.h"
 #include "board/uartstdio.h"
-#include "console/cal_coeff.h"
 #include "core/main.h"
 #include "core/system.h"
 #include "ff.h"
