@@ -156,36 +156,26 @@ TEST_F(Core, SamplingStateMarker) {
 
 TEST_F(Core, AlignedAndUnalignedSchedule) {
     struct Case {
+        bool aligned;
         uint32_t period;
-        uint32_t now; // seconds after 10:00:00
-        uint32_t next;
-    } aligned[] = {
-        {600, 7 * 60 + 30, 600}, // 10:07:30 -> 10:10:00
-        {600, 600, 600},         // on a slot: kept
-        {600, 0, 600},           // the hour start itself is never chosen
-        {1800, 3599, 3600},      // 10:59:59 -> 11:00:00
-        {7200, 10, 7200},        // a period longer than the hour
+        uint32_t now, planned, next; // seconds after 10:00:00 (planned 0: none)
+    } cases[] = {
+        {true, 600, 7 * 60 + 30, 0, 600}, // 10:07:30 -> 10:10:00
+        {true, 600, 600, 0, 600},         // on a slot: kept
+        {true, 600, 0, 0, 600},           // the hour start itself is never chosen
+        {true, 1800, 3599, 0, 3600},      // 10:59:59 -> 11:00:00
+        {true, 7200, 10, 0, 7200},        // a period longer than the hour
+        {false, 60, 80, 60, 120},         // a wake-up 20 s late keeps the planned grid
+        {true, 0, 5, 0, 5},               // no period must not hang
     };
-    for (const Case &c : aligned) {
-        sys_data.sample_aligned = 1;
+    for (const Case &c : cases) {
+        sys_data.sample_aligned = c.aligned;
         sys_data.sampling_period = c.period;
+        sys_samp.nextWakeUp = c.planned != 0 ? kTenOClock + c.planned : 0;
         sim::set_rtc(kTenOClock + c.now);
         EXPECT_EQ(compute_nextWakeUp(), kTenOClock + c.next) << c.period << " " << c.now;
         EXPECT_EQ(sys_samp.nextWakeUp, kTenOClock + c.next);
     }
-
-    // Unaligned: a wake-up 20 s late keeps the planned grid.
-    sys_data.sample_aligned = 0;
-    sys_data.sampling_period = 60;
-    sys_samp.nextWakeUp = kTenOClock + 60;
-    sim::set_rtc(kTenOClock + 80);
-    EXPECT_EQ(compute_nextWakeUp(), kTenOClock + 120);
-
-    // No period on an aligned schedule must not hang.
-    sys_data.sample_aligned = 1;
-    sys_data.sampling_period = 0;
-    sim::set_rtc(kTenOClock + 5);
-    EXPECT_EQ(compute_nextWakeUp(), kTenOClock + 5);
 }
 
 TEST_F(Core, SleepClampsTheWakeTime) {
@@ -266,16 +256,21 @@ TEST_F(Core, WakeClassification) {
         uint32_t source;
         deploy_state after;
         bool rtcSetUp;
+        bool warm = true; // false: a cold start, the module was not running
     } cases[] = {
-        {0x18, DEPLOYED, WAKE_KEY, DEPLOYED, false}, {0x11, DEPLOYED, WAKE_RTC, DEPLOYED, false},
-        {0x10, DEPLOYED, WAKE_RTC, DEPLOYED, true},  {0x10, IDLE, WAKE_NOTSET, IDLE, true},
-        {0x50, DEPLOYED, WAKE_NOTSET, IDLE, true},   {0x90, DEPLOYED, WAKE_NOTSET, IDLE, true},
+        {0x18, DEPLOYED, WAKE_KEY, DEPLOYED, false},
+        {0x11, DEPLOYED, WAKE_RTC, DEPLOYED, false},
+        {0x10, DEPLOYED, WAKE_RTC, DEPLOYED, true},
+        {0x10, IDLE, WAKE_NOTSET, IDLE, true},
+        {0x50, DEPLOYED, WAKE_NOTSET, IDLE, true},
+        {0x90, DEPLOYED, WAKE_NOTSET, IDLE, true},
         {0x00, DEPLOYED, WAKE_NOTSET, IDLE, true},
+        {0x00, DEPLOYED, WAKE_NOTSET, DEPLOYED, true, false},
     };
     for (const Case &c : cases) {
         sim::reset_board();
-        sim::state().active_at_start = true;
-        sim::state().module_enabled = true;
+        sim::state().active_at_start = c.warm;
+        sim::state().module_enabled = c.warm;
         sim::state().hib_status = c.status;
         sim::state().rtc_trim = 0;
         sys_samp.state = c.before;
@@ -283,16 +278,8 @@ TEST_F(Core, WakeClassification) {
         EXPECT_EQ(sys_samp.state, c.after) << std::hex << c.status;
         EXPECT_EQ(sim::state().hib_status, 0u) << "status cleared";
         EXPECT_EQ(sim::state().rtc_trim == 0x7FFF, c.rtcSetUp) << std::hex << c.status;
+        EXPECT_TRUE(!c.rtcSetUp || sim::state().rtc_enabled) << std::hex << c.status;
     }
-
-    // Cold start: the module was not running.
-    sim::reset_board();
-    sim::state().active_at_start = false;
-    sys_samp.state = DEPLOYED;
-    EXPECT_EQ(wake_handler(), (uint32_t)WAKE_NOTSET);
-    EXPECT_EQ(sys_samp.state, DEPLOYED);
-    EXPECT_TRUE(sim::state().rtc_enabled);
-    EXPECT_EQ(sim::state().rtc_trim, 0x7FFFu);
 }
 
 // A host at a deployed instrument: commands are prefixes, "pumpon" is offered
