@@ -37,15 +37,19 @@ class Core : public ::testing::Test {
         std::memcpy(&v, sim::state().fram + 64 + off, 4);
         return v;
     }
-    // Runs sleep(); the hibernation request ends the cycle as on the board.
-    static void sleep_hibernates(deploy_state s, uint32_t wakeTime) {
+    // Runs `f` (sleep(), deploy_start()); the hibernation request ends the
+    // cycle as on the board.
+    template <typename F> static void hibernates(F f) {
         sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };
         try {
-            sleep(s, wakeTime);
-            ADD_FAILURE() << "sleep returned";
+            f();
+            ADD_FAILURE() << "returned instead of hibernating";
         } catch (const sim::CycleEnd &e) {
             EXPECT_EQ(e.reason, sim::EndReason::Hibernated);
         }
+    }
+    static void sleep_hibernates(deploy_state s, uint32_t wakeTime) {
+        hibernates([&] { sleep(s, wakeTime); });
     }
 };
 
@@ -225,12 +229,7 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
                       "\r"
                       "15\r"
                       "\r"); // Enter keeps the deployment note
-    sim::knobs().on_hibernate = [] { throw sim::CycleEnd{sim::EndReason::Hibernated}; };
-    try {
-        deploy_start();
-        ADD_FAILURE() << "deploy_start returned";
-    } catch (const sim::CycleEnd &) {
-    }
+    hibernates(deploy_start);
     std::string out = console();
     scenario::expect_in(out,
                         {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
