@@ -10,14 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "scenario.h"
 #include "sim.h"
 
 #include "board/uartstdio.h"
 #include "console/user_io.h"
 #include "core/calendar.h"
 #include "core/system.h"
-#include "interrupt.h"
-#include "sysctl.h"
 
 void faultISR_handler(void);
 
@@ -77,23 +76,15 @@ TEST(Calendar, FormatTimeWritesWhatStrftimeWrote) {
 TEST(Calendar, FaultMessageBytesAreUnchanged) {
     for (uint8_t mode : {0, 1, 2}) {
         SCOPED_TRACE(int(mode));
-        sim::reset_board();
-        IntMasterEnable();
-        SysTickPeriodSet(50000);
-        SysTickEnable();
-        SysTickIntEnable();
-        UARTStdioConfig(0, 115200, 16000000);
+        bench::power_up();
         sys_data.app_cfg[APPCFG_NEWLINE_MODE] = mode;
         // the message as the formatted print made it
-        for (int i = 0; i < 2; i++) {
-            prn_nl();
-        }
+        prn_nl();
+        prn_nl();
         uprintf("Seawick Crash!!!, entering FaultISR infinte loop.  Hit Reset and report problem");
-        for (int i = 0; i < 2; i++) {
-            prn_nl();
-        }
-        wait_consoleTx();
-        std::string before = sim::console_take();
+        prn_nl();
+        prn_nl();
+        std::string before = bench::take();
         ASSERT_NE(before.find("Hit Reset and report problem"), std::string::npos);
         sim::knobs().time_limit = sim::state().now + 5 * sim::kCpuHz;
         try {

@@ -17,19 +17,15 @@
 #include <string>
 #include <vector>
 
-#include "board/board_util.h"
 #include "board/i2c0.h"
 #include "board/uartstdio.h"
 #include "core/system.h"
 #include "eeprom.h"
 #include "ff.h"
-#include "files/cmdline.h"
 #include "files/config.h"
 #include "files/microsd.h"
 #include "hibernate.h"
-#include "interrupt.h"
 #include "scenario.h"
-#include "sysctl.h"
 
 using scenario::Board;
 using scenario::count;
@@ -38,6 +34,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using bench::card;
 using bench::take;
 
 constexpr uint32_t kNewYear = 1735689600; // 2025/01/01 00:00:00 UTC
@@ -61,31 +58,21 @@ std::string fmt_time(uint32_t t, const char *f) {
 std::string metadata(bool file, uint32_t deployTime) {
     std::string s = "\r\n\r\n//++************** Deployment Settings ***************\r\n"
                     "// Firmware version: \tFenwa v5.0.3 ZEP3 123g revB\r\n"
-                    "// Sampling period (s)\t20\r\n"
-                    "// Samples hour align:\tNo\r\n"
-                    "// Vrsi sps,trials: \t20, 10\r\n"
-                    "// Vrse sps,trials: \t20, 10\r\n"
-                    "// Vtherm sps,trials\t20, 5\r\n"
-                    "// Ik sps, trials:   \t20, 1\r\n"
-                    "// Vk sps, trials:   \t20, 5\r\n"
-                    "// Ib sps, trials:   \t20, 1\r\n"
-                    "// Vb sps, trials:   \t20, 5\r\n"
-                    "// Vbias sps,trials: \t40, 1\r\n"
-                    "// Pump on time (s):\t0\r\n"
-                    "// Exp Duty Cycle On \t3\r\n";
+                    "// Sampling period (s)\t20\r\n// Samples hour align:\tNo\r\n"
+                    "// Vrsi sps,trials: \t20, 10\r\n// Vrse sps,trials: \t20, 10\r\n"
+                    "// Vtherm sps,trials\t20, 5\r\n// Ik sps, trials:   \t20, 1\r\n"
+                    "// Vk sps, trials:   \t20, 5\r\n// Ib sps, trials:   \t20, 1\r\n"
+                    "// Vb sps, trials:   \t20, 5\r\n// Vbias sps,trials: \t40, 1\r\n"
+                    "// Pump on time (s):\t0\r\n// Exp Duty Cycle On \t3\r\n";
     s += file ? "// Exp Duty Cycle Off\t7\r\n" : "// Exp Duty Cycle Off\t3\r\n";
     s += "// Low battery voltage:\t9.2\r\n"
          "// Output mode:        \tNormal\r\n";
     s += fmt_time(deployTime, "// Deploy time:   \t%Y/%m/%d %H:%M:%S\r\n");
     s += "// Time zone:       \tLocal\r\n"
-         "// TCOffset:     \t0.000000\r\n"
-         "// k0int:        \t-0.400000\r\n"
-         "// k0ext:        \t-1.300000\r\n"
-         "// k2int:        \t-0.001455\r\n"
-         "// k2ext:        \t-0.001081\r\n"
-         "// Def Sal (ppt):\t35.000000\r\n"
-         "// Offset Ik:    \t0.000000\r\n"
-         "// Offset Ib:    \t0.000000\r\n";
+         "// TCOffset:     \t0.000000\r\n// k0int:        \t-0.400000\r\n"
+         "// k0ext:        \t-1.300000\r\n// k2int:        \t-0.001455\r\n"
+         "// k2ext:        \t-0.001081\r\n// Def Sal (ppt):\t35.000000\r\n"
+         "// Offset Ik:    \t0.000000\r\n// Offset Ib:    \t0.000000\r\n";
     const char *sh = file ? "S-H" : "s-h";
     const char *quad[] = {"340.981986", "-0.000091", "-95.088067", "0.965370"};
     for (int i = 0; i < 4; i++) {
@@ -100,45 +87,26 @@ std::string metadata(bool file, uint32_t deployTime) {
         s += "// fP_" + std::to_string(i) + "          \t0.000000e+00\r\n";
     }
     s += "// k0_Cal_date   \t \r\n"
-         "// k0_HCl        \t0.000000e+00\r\n"
-         "// k0_SW         \t0.000000e+00\r\n"
-         "// k0std_SW      \t0.000000e+00\r\n"
-         "// service_date  \t \r\n"
-         "// Version Info: \tFenwa v5.0.3 ZEP3 123g revB\r\n"
-         "// File name:     \tnoname.txt\r\n"
-         "// User initials: \tabc\r\n"
-         "// Board SN:      \t \r\n"
-         "// KORB SN:       \t \r\n"
-         "// Sensor SN:     \t \r\n"
-         "// ISFET SN:      \t \r\n"
-         "// ISE SN:        \t \r\n"
-         "// Optode SN:     \t \r\n"
-         "// CTD SN:        \t \r\n"
-         "// Pump1 SN:      \t \r\n"
-         "// Pump2 SN:      \t \r\n"
-         "// Package name:  \t \r\n"
-         "// Fab Note:      \t \r\n"
-         "// Deploy note:   \t \r\n"
-         "// MicroSD Logging:  \t1\r\n"
-         "// Uart Echo:     \t1\r\n"
-         "// App Exec:      \t0\r\n"
-         "// A -- Sample Num               = 1\r\n"
-         "// B -- MM/DD/YYYY HH:MM:SS      = 1\r\n"
-         "// D -- Bias Battery Pos         = 1\r\n"
-         "// F -- Board Temperature        = 1\r\n"
-         "// G -- Board Humidity           = 1\r\n"
-         "// H -- Vthermistor              = 1\r\n"
-         "//      Vtermistor Std           = 1\r\n"
-         "// I -- Temperature Calc         = 1\r\n"
-         "// L -- Vrse (Ext Ref pH volt)   = 1\r\n"
-         "//      Vrse Std                 = 1\r\n"
-         "// M -- pH Vrse Calc             = 0\r\n"
-         "// R -- Counter Electrode Vk     = 1\r\n"
-         "//      Counter Electrode Vk Std = 1\r\n"
-         "// T -- Counter Electrode Cur Ik = 1\r\n"
+         "// k0_HCl        \t0.000000e+00\r\n// k0_SW         \t0.000000e+00\r\n"
+         "// k0std_SW      \t0.000000e+00\r\n// service_date  \t \r\n"
+         "// Version Info: \tFenwa v5.0.3 ZEP3 123g revB\r\n// File name:     \tnoname.txt\r\n"
+         "// User initials: \tabc\r\n// Board SN:      \t \r\n"
+         "// KORB SN:       \t \r\n// Sensor SN:     \t \r\n"
+         "// ISFET SN:      \t \r\n// ISE SN:        \t \r\n"
+         "// Optode SN:     \t \r\n// CTD SN:        \t \r\n"
+         "// Pump1 SN:      \t \r\n// Pump2 SN:      \t \r\n"
+         "// Package name:  \t \r\n// Fab Note:      \t \r\n"
+         "// Deploy note:   \t \r\n// MicroSD Logging:  \t1\r\n"
+         "// Uart Echo:     \t1\r\n// App Exec:      \t0\r\n"
+         "// A -- Sample Num               = 1\r\n// B -- MM/DD/YYYY HH:MM:SS      = 1\r\n"
+         "// D -- Bias Battery Pos         = 1\r\n// F -- Board Temperature        = 1\r\n"
+         "// G -- Board Humidity           = 1\r\n// H -- Vthermistor              = 1\r\n"
+         "//      Vtermistor Std           = 1\r\n// I -- Temperature Calc         = 1\r\n"
+         "// L -- Vrse (Ext Ref pH volt)   = 1\r\n//      Vrse Std                 = 1\r\n"
+         "// M -- pH Vrse Calc             = 0\r\n// R -- Counter Electrode Vk     = 1\r\n"
+         "//      Counter Electrode Vk Std = 1\r\n// T -- Counter Electrode Cur Ik = 1\r\n"
          "// U -- Substrate Current        = 1\r\n"
-         "//--**************************************************\r\n"
-         "\r\n\r\n";
+         "//--**************************************************\r\n\r\n\r\n";
     return s;
 }
 
@@ -244,17 +212,17 @@ TEST(FilesScenario, GdataPagesNewLinesStopsAtALineEndOnAKeyAndResumes) {
     ASSERT_EQ(scenario::u32(b.fram(), 64 + 0), 1u);
     // A long data file of 40-byte lines (so 80-byte pieces end on line ends),
     // paged from its start.
+    auto line = [](size_t i, const char *end) {
+        char l[64];
+        snprintf(l, sizeof l, "line %05zu ...........................%s", i, end);
+        return std::string(l);
+    };
     std::string data;
     for (int i = 0; i < 1000; i++) {
-        char line[64];
-        snprintf(line, sizeof line, "line %05d ...........................\r\n", i);
-        ASSERT_EQ(std::strlen(line), 40u);
-        data += line;
+        data += line(i, "\r\n");
     }
-    {
-        std::ofstream f(fs::path(b.dir()) / "card" / "NONAME.TXT", std::ios::binary);
-        f << data;
-    }
+    ASSERT_EQ(data.size(), 40000u);
+    std::ofstream(fs::path(b.dir()) / "card" / "NONAME.TXT", std::ios::binary) << data;
     auto fram = b.fram();
     std::memset(fram.data() + 64 + 8, 0, 4);
     b.writeFram(fram);
@@ -275,9 +243,7 @@ TEST(FilesScenario, GdataPagesNewLinesStopsAtALineEndOnAKeyAndResumes) {
     EXPECT_GT(lines, 10u);
     EXPECT_LT(lines, 900u);
     EXPECT_EQ(sent, data.substr(0, sent.size()));
-    char next[64];
-    snprintf(next, sizeof next, "line %05zu ...........................\r\r\n", lines);
-    EXPECT_EQ(tail.substr(0, std::strlen(next)), next);
+    EXPECT_EQ(tail.substr(0, 41), line(lines, "\r\r\n"));
     uint32_t fptr = scenario::u32(b.fram(), 64 + 8);
     EXPECT_EQ(fptr, (lines + 1) * 40);
 
@@ -310,100 +276,96 @@ TEST(FilesScenario, CardCommandLine) {
     stamp("RO.TXT", kNewYear - 86400 * 366);
     chmod((card / "RO.TXT").c_str(), 0444);
 
-    std::string deep; // eight levels of eight letters: 72 characters
-    std::string script = kOpenMenu + "3 5\\r\n4 ls\\r\n5 cat pieces.txt\\r\n";
-    double t = 6;
-    auto at = [&](const std::string &cmd) {
-        script += std::to_string(t) + " " + cmd + "\\r\n";
-        t += 0.5;
+    // Each command: the folder its prompt shows, and the reply after its echo.
+    struct Row {
+        std::string dir, cmd, reply;
     };
-    at("cd ..");
-    at("pwd");
+    const std::string tooLong = "Resulting path name is too long\r\n",
+                      err = "\r\nCommand returned error code FR_";
+    std::vector<Row> rows = {
+        // attribute letters, date, time, size, name; counts; free space
+        {"/", "ls",
+         "----A 2025/01/01 05:07        90  PIECES.TXT\r\n-R--A 2024/01/01 00:00         1  "
+         "RO.TXT\r\n"
+         "\r\n   2 File(s)\r\n   0 Dir(s)\r\n   2097056K bytes free\r\n"},
+        // two pieces of 79 and 11 bytes; the first ends in CR and gains an LF
+        {"/", "cat pieces.txt", std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')},
+        {"/", "cd ..", ""},
+        {"/", "pwd", "/\r\n"},
+    };
+    std::string deep; // eight levels of eight letters: 72 characters
     for (int i = 0; i < 8; i++) {
-        std::string d = "DIRNAME" + std::to_string(i);
-        at("mkdir " + d);
-        at("cd " + d);
+        std::string d = "DIRNAME" + std::to_string(i), dir = deep.empty() ? "/" : deep;
+        rows.insert(rows.end(), {{dir, "mkdir " + d, ""}, {dir, "cd " + d, ""}});
         deep += "/" + d;
     }
-    at("mkdir abcdefg"); // 72 + 7 + 2 > 80
-    at("mkdir abcdef");  // exactly 80
-    at("cd abcdef");     // 79 characters
-    at("pwd");
-    at("cd x"); // too long
-    at("cd /");
-    at("cd dirname0"); // relative, any case
-    at("cd ..");
-    at("cd /nothere");
-    at("mkdir dirname0");
-    at("mkdir toolongname");
-    at("rm nofile.txt");
-    at("mv pieces.txt cut.txt");
-    at("rm dirname0"); // not empty
-    at("frobnicate");
-    at("a b c d e f g h i");
-    at("a b c d e f g h");
-    at("help");
-    at("ls");
-    at("exit");
-    auto r = b.run(script, 0, kAtNewYear);
-    const std::string &o = r.out;
-
-    const std::string seq[] = {
-        "\r\n\r\nUnix-like command line. Type 'help' for list of commands\r\n\r\n/> ",
-        // ls: attribute letters, date, time, size, name; counts; free space
-        "----A 2025/01/01 05:07        90  PIECES.TXT\r\n"
-        "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-        "\r\n   2 File(s)\r\n   0 Dir(s)\r\n   2097056K bytes free\r\n",
-        // cat: two pieces of 79 and 11 bytes; the first ends in CR and gains an LF
-        std::string(78, 'a'),
-        "/> cd ..",
-        "/> pwd\r\n\r/\r\n",
-        "Resulting path name is too long\r\n",
-    };
-    size_t pos = 0;
-    for (const std::string &s : seq) {
-        pos = o.find(s, pos);
-        ASSERT_NE(pos, std::string::npos) << s << "\n" << o;
-    }
-    EXPECT_NE(o.find(std::string(78, 'a') + "\r\n\r\n" + std::string(10, 'b')), std::string::npos);
-    std::string deepest = deep + "/abcdef";
+    const std::string deepest = deep + "/abcdef";
     ASSERT_EQ(deepest.size(), 79u);
-    scenario::expect_in(
-        o, {"\r\n" + deep + "> mkdir abcdefg\r\n\rResulting path name is too long\r\n",
-            "\r\n" + deepest + "> pwd\r\n\r" + deepest + "\r\n",
-            "\r\n" + deepest + "> cd x\r\n\rResulting path name is too long\r\n",
-            "\r\n/> cd dirname0\r\n\r\r\n/dirname0> cd ..\r\n\r\r\n/> ",
-            "cd: /nothere\r\nCommand returned error code FR_NO_PATH\r\n",
-            "mkdir dirname0\r\n\r\r\nCommand returned error code FR_EXIST\r\n",
-            "mkdir toolongname\r\n\r\r\nCommand returned error code FR_INVALID_NAME\r\n",
-            "rm nofile.txt\r\n\r\r\nCommand returned error code FR_NO_FILE\r\n",
-            "rm dirname0\r\n\r\r\nCommand returned error code FR_DENIED\r\n",
-            "frobnicate\r\n\rBad command!\r\n",
-            "a b c d e f g h i\r\n\rToo many arguments for command processor!\r\n",
-            "a b c d e f g h\r\n\rBad command!\r\n",
-            "\r\nAvailable commands\r\n------------------\r\n"
-            "help  : Display list of commands\r\nh  : Alias for help\r\n"
-            "?  : Alias for help\r\nls  : Display list of files\r\n"
-            "mkdir  : Make new directory\r\nchdir  : Change directory\r\n"
-            "cd  : Alias for chdir\r\npwd  : Display current working directory\r\n"
-            "cat  : Display contents of a text file\r\n"
-            "rm  : Remove a file or directory\r\n"
-            "mv  : Rename or move a file or directory\r\n"
-            "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
-            "exit  : Exit the file viewer\r\n"});
-    // The last ls: the renamed file and the new folder.
-    scenario::expect_in(o, {"----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ",
-                            "         0  DIRNAME0\r\n"
-                            "-R--A 2024/01/01 00:00         1  RO.TXT\r\n"
-                            "\r\n   2 File(s)\r\n   1 Dir(s)"});
-    // exit: back to the main menu.
-    EXPECT_NE(o.find("exit\r\n\r\r\n\r\n\r\nMain Menu"), std::string::npos);
+    rows.insert(
+        rows.end(),
+        {{deep, "mkdir abcdefg", tooLong}, // 72 + 7 + 2 > 80
+         {deep, "mkdir abcdef", ""},       // exactly 80
+         {deep, "cd abcdef", ""},          // 79 characters
+         {deepest, "pwd", deepest + "\r\n"},
+         {deepest, "cd x", tooLong},
+         {deepest, "cd /", ""},
+         {"/", "cd dirname0", ""}, // relative, any case
+         {"/dirname0", "cd ..", ""},
+         {"/", "cd /nothere", "cd: /nothere" + err + "NO_PATH\r\n"},
+         {"/", "mkdir dirname0", err + "EXIST\r\n"},
+         {"/", "mkdir toolongname", err + "INVALID_NAME\r\n"},
+         {"/", "rm nofile.txt", err + "NO_FILE\r\n"},
+         {"/", "mv pieces.txt cut.txt", ""},
+         {"/", "rm dirname0", err + "DENIED\r\n"}, // not empty
+         {"/", "frobnicate", "Bad command!\r\n"},
+         {"/", "a b c d e f g h i", "Too many arguments for command processor!\r\n"},
+         {"/", "a b c d e f g h", "Bad command!\r\n"},
+         {"/", "help",
+          "\r\nAvailable commands\r\n------------------\r\n"
+          "help  : Display list of commands\r\nh  : Alias for help\r\n?  : Alias for help\r\n"
+          "ls  : Display list of files\r\nmkdir  : Make new directory\r\n"
+          "chdir  : Change directory\r\ncd  : Alias for chdir\r\n"
+          "pwd  : Display current working directory\r\ncat  : Display contents of a text file\r\n"
+          "rm  : Remove a file or directory\r\nmv  : Rename or move a file or directory\r\n"
+          "ys  : Send file via YMODEM\r\nyr  : Receive file via YMODEM\r\n"
+          "exit  : Exit the file viewer\r\n"},
+         // the renamed file and the new folder (stamped with the host's time)
+         {"/", "ls",
+          "----A 2025/01/01 05:07        90  CUT.TXT\r\nD---- ####/##/## ##:##         0  "
+          "DIRNAME0\r\n"
+          "-R--A 2024/01/01 00:00         1  RO.TXT\r\n\r\n   2 File(s)\r\n   1 Dir(s)\r\n"
+          "   2096768K bytes free\r\n"},
+         {"/", "exit", "\r\n\r\n\r\nMain Menu"}}); // back to the main menu
+    std::string script = kOpenMenu + "3 5\\r\n",
+                want = "\r\n\r\nUnix-like command line. Type 'help' for list of commands\r\n";
+    double t = 4;
+    for (const Row &row : rows) {
+        script += std::to_string(t) + " " + row.cmd + "\\r\n";
+        t += 0.5;
+        want += "\r\n" + row.dir + "> " + row.cmd + "\r\n\r" + row.reply;
+    }
+    std::string o = b.run(script, 0, kAtNewYear).out;
+    size_t dir = o.find("\r\nD---- ");
+    ASSERT_NE(dir, std::string::npos) << o;
+    o.replace(dir + 8, 16, "####/##/## ##:##");
+    size_t from = o.find("\r\n\r\nUnix-like");
+    ASSERT_NE(from, std::string::npos) << o;
+    EXPECT_EQ(o.substr(from, want.size()), want);
     EXPECT_TRUE(fs::is_directory(card / "DIRNAME0" / "DIRNAME1"));
 }
 
 // ---- in-process --------------------------------------------------------------------
 
 namespace {
+
+// data_cfg[0..25], a digit each.
+std::string flags() {
+    std::string s;
+    for (int i = 0; i < 26; i++) {
+        s += char('0' + sys_data.data_cfg[i]);
+    }
+    return s;
+}
 
 class Files : public ::testing::Test {
   protected:
@@ -418,52 +380,40 @@ class Files : public ::testing::Test {
         UARTEchoSet(0);
         take();
     }
-
-    static std::string card(const std::string &name) { return bench::card(name); }
 };
 
 } // namespace
 
 TEST_F(Files, TitleLineFollowsTheSwitches) {
+    // The switches as flags() shows them: digit 1 the stamp type, 18 Ib, 19
+    // Vbat, 24 and 25 the instruments on UART3 and UART4.
     struct Case {
-        const char *name;
-        std::vector<std::pair<int, uint8_t>> on; // from all off: these switches
-        uint32_t pumps;                          // pump sequence type (0: as it was)
+        const char *name, *flags;
+        uint32_t pumps; // pump sequence type (0: as it was)
         const char *line;
     };
     const Case cases[] = {
-        {"sample number only", {{CFG_SAMPLE_NUM, 1}}, 0, " SampNum\r\n"},
-        {"nothing at all", {}, 0, "\r\n"},
-        {"epoch stamps and a pump",
-         {{CFG_TIMESTAMP, 2}, {CFG_VIN_BAT_VOLT, 1}, {CFG_I_SUBSTRATE, 1}},
-         2,
+        {"sample number only", "10000000000000000000000005", 0, " SampNum\r\n"},
+        {"nothing at all", "00000000000000000000000005", 0, "\r\n"},
+        {"epoch stamps and a pump", "02000000000000000011000005", 2,
          "Epoch millisec\tVbatMain\t      Ib\t   Pump\r\n"},
-        {"unknown stamp type",
-         {{CFG_TIMESTAMP, 3}, {CFG_UART4_INST, 6}},
-         0,
+        {"unknown stamp type", "03000000000000000000000006", 0,
          "TC_MCat\tCond\tPres\tpSal\tDate_MC\tTime_MC\r\n"},
-        {"picoPH",
-         {{CFG_UART3_INST, 4}},
-         0,
+        {"picoPH", "00000000000000000000000045", 0,
          "MEA  \tChan \tSensors \tErrors \tdphi \t0 \t0 \t0 \tTC_samp \tTC_case \tsigInt \t"
          "ambLight \tPres \tHum \tTO_res \t0 \t0 \tpH \t0 \t0 \t0 \t\r\n"},
-        {"NanoFET and Aanderaa",
-         {{CFG_UART3_INST, 3}, {CFG_UART4_INST, 7}},
-         0,
+        {"NanoFET and Aanderaa", "00000000000000000000000037", 0,
          " SampNum\tMM/DD/YYYY HH:MM:SS\tVbiasPos\t TC_cont\tHumidity\t  Vtherm\tVthrmStd\t"
          " TC_Dfet\t    Vrse\tVrse_std\t      Vk\t  Vk_std\t      Ik \t      Ib\t"
          "Cond_PN\tCond_SN\tCond\tTemp\tSal\tDensity \tSSpeed\r\n"},
-        {"optode and OCR are one group each",
-         {{CFG_UART3_INST, 1}},
-         0,
+        {"optode and OCR are one group each", "00000000000000000000000015", 0,
          "Opt_PN\tOpt_SN\tMoxy\tO2satper\tTC_opt\tDphase\tBphase\tRphase\tBamp\tBpot\tRamp\t"
          "Opt_rawtemp\r\n"},
     };
     for (const Case &c : cases) {
         init_sys_data_default();
-        config_data_fields_none(0);
-        for (const auto &sw : c.on) {
-            sys_data.data_cfg[sw.first] = sw.second;
+        for (int i = 0; i < 26; i++) {
+            sys_data.data_cfg[i] = uint8_t(c.flags[i] - '0');
         }
         if (c.pumps != 0) {
             sys_data.pump_seq_type = c.pumps;
@@ -595,48 +545,33 @@ TEST_F(Files, FailingCardIsReportedAndTheConsoleCopyGoesOn) {
 }
 
 TEST_F(Files, PresetsSetTheirSwitchesAndSayWhatChanged) {
-    auto on = [](std::initializer_list<int> idx) {
-        std::string s(26, '0');
-        for (int i : idx) {
-            s[i] = '1';
-        }
-        return s;
-    };
-    auto flags = [] {
-        std::string s;
-        for (int i = 0; i < 26; i++) {
-            s += char('0' + sys_data.data_cfg[i]);
-        }
-        return s;
-    };
     struct Case {
         void (*fn)(int);
-        std::string cfg;
+        const char *cfg; // flags()
         uint8_t card, echo, exec;
         const char *said;
     };
     const Case cases[] = {
-        {config_data_fields_all, on({0, 1, 2, 3, 4, 8, 9, 10, 15, 16, 17, 18, 20, 22, 23}), 1, 0, 0,
+        {config_data_fields_all, "11111000111000011110101105", 1, 0, 0,
          "MicroSD card enabled\r\nDeploy mode sampling enabled, sleep between samples\r\n"},
-        {config_data_fields_glider, on({0, 1, 8, 9, 15, 16, 17, 18, 20}), 0, 0, 0,
+        {config_data_fields_glider, "11000000110000011110100005", 0, 0, 0,
          "Default ADS1248 sps and trial settings\r\n"
          "Deploy mode sampling enabled, sleep between samples\r\n"},
-        {config_data_fields_vexa, on({0, 1, 2, 3, 4, 15, 16, 17, 18, 20, 22, 23}), 1, 0, 0,
+        {config_data_fields_vexa, "11111000000000011110101105", 1, 0, 0,
          "Default ADS1248 sps and trial settings\r\nMicroSD card enabled\r\n"
          "Deploy mode sampling enabled, sleep between samples\r\n"},
-        {config_data_fields_quorl, on({0, 1, 2, 3, 4, 8, 9, 10, 15, 16, 17, 18, 20, 22, 23}), 1, 1,
-         0,
+        {config_data_fields_quorl, "11111000111000011110101105", 1, 1, 0,
          "MicroSD data logging is enabled\r\nConsole echo of deployment commands is enabled\r\n"
          "Default ADS1248 sps and trial settings\r\n"
          "Deploy mode sampling mode enabled, sleep between samples\r\n"},
-        {config_data_fields_m2m_quorl, on({0, 2, 3, 4, 15, 16, 17, 18, 20, 22, 23}), 0, 0, 0,
+        {config_data_fields_m2m_quorl, "10111000000000011110101105", 0, 0, 0,
          "MicroSD data logging is Disabled\r\nConsole echo of deployment commands is disabled\r\n"
          "Default ADS1248 sps and trial settings\r\n"
          "Deploy mode sampling mode enabled, sleep between samples\r\n"},
-        {config_data_fields_nanofet, on({0, 1, 2, 3, 4, 8, 9, 15, 16, 17, 18, 20, 22, 23}), 0, 0, 0,
+        {config_data_fields_nanofet, "11111000110000011110101105", 0, 0, 0,
          "Default ADS1248 sps and trial settings\r\nData logging is Disabled\r\n"
          "Deploy mode sampling mode enabled, sleep between samples\r\n"},
-        {config_data_fields_wirewalker, on({1, 8, 9, 15, 16, 17, 18, 23}), 0, 0, 2,
+        {config_data_fields_wirewalker, "02000000110000011110000105", 0, 0, 2,
          "Changes from default ADS1248 sps and trials:\r\n   Vrse_sps = 20\r\n"
          "   Vrse_trials = 5\r\n   Vk_sps = 320\r\n   Vk_trials = 3\r\n   Ik_sps = 160\r\n"
          "   Ik_trials = 1\r\n   Ib_sps = 160\r\n   Ib_trials = 1\r\n\r\n"
@@ -653,12 +588,7 @@ TEST_F(Files, PresetsSetTheirSwitchesAndSayWhatChanged) {
         sys_data.Vk_sps = 999;
         take();
         c.fn(1);
-        std::string want = c.cfg;
-        want[25] = '5';
-        if (c.fn == config_data_fields_wirewalker) {
-            want[1] = '2';
-        }
-        EXPECT_EQ(flags(), want) << c.said;
+        EXPECT_EQ(flags(), c.cfg) << c.said;
         EXPECT_EQ(sys_data.app_cfg[APPCFG_MICROSD_ENABLE], c.card) << c.said;
         EXPECT_EQ(sys_data.app_cfg[APPCFG_DEPLOY_UARTECHO], c.echo) << c.said;
         EXPECT_EQ(sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI], c.exec) << c.said;
@@ -702,13 +632,8 @@ TEST_F(Files, ToggleMenuChangesFieldsAndStoresOnExit) {
     wait_consoleTx();
     const std::string &out = op->seen;
     EXPECT_TRUE(op->all_answered());
-    EXPECT_EQ(sys_data.data_cfg[CFG_SAMPLE_NUM], 1);
-    EXPECT_EQ(sys_data.data_cfg[CFG_TIMESTAMP], 2);
-    EXPECT_EQ(sys_data.data_cfg[CFG_CALC_TEMP], 1);
-    EXPECT_EQ(sys_data.data_cfg[CFG_VRSE], 1);
-    EXPECT_EQ(sys_data.data_cfg[CFG_V_THERMISTOR], 0);
-    EXPECT_EQ(sys_data.data_cfg[CFG_CALC_PH_VRSE], 0);
-    EXPECT_EQ(sys_data.data_cfg[CFG_UART4_INST], 5);
+    // sample number, epoch stamps, temperature and Vrse on; the instrument kept
+    EXPECT_EQ(flags(), "12001000100000000000000005");
     EXPECT_EQ(sys_data.fast_mode, 1u);
     scenario::expect_in(
         out, {"\r\n\r\n\r\nChange Data Field - lower case turns data field off (=0), "
@@ -736,8 +661,6 @@ TEST_F(Files, CalFileNameResultNamesAndLongFileLines) {
     set_cal_filename("DF384.cal");
     EXPECT_EQ(std::string(sys_data.cal_filename), "DF384.cal");
 
-    EXPECT_STREQ(StringFromFresult(FR_OK), "FR_OK");
-    EXPECT_STREQ(StringFromFresult(FR_NOT_READY), "FR_NOT_READY");
     EXPECT_STREQ(StringFromFresult(FR_INVALID_PARAMETER), "FR_INVALID_PARAMETER");
     EXPECT_STREQ(StringFromFresult((FRESULT)20), "UNKNOWN ERROR CODE");
     EXPECT_STREQ(StringFromFresult((FRESULT)0xFB), "UNKNOWN ERROR CODE");

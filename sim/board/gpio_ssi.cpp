@@ -219,10 +219,11 @@ size_t ssi_in_flight(sim::SsiPort *s) {
 }
 } // namespace
 
-void SSIConfigSetExpClk(uint32_t base, uint32_t, uint32_t, uint32_t, uint32_t bitRate,
+// The port divides the clock it is told it runs at: a wrong one gives a wrong rate.
+void SSIConfigSetExpClk(uint32_t base, uint32_t clk, uint32_t, uint32_t, uint32_t bitRate,
                         uint32_t dataWidth) {
     if (sim::SsiPort *s = sport(base)) {
-        s->bit_cycles = bitRate != 0 ? std::max<uint64_t>(1, sim::kCpuHz / bitRate) : 50;
+        s->bit_cycles = bitRate != 0 ? std::max<uint64_t>(1, clk / bitRate) : 50;
         s->width = std::clamp<uint32_t>(dataWidth, 4, 16);
     }
 }

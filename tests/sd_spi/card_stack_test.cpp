@@ -12,9 +12,10 @@
 #include <string>
 #include <vector>
 
-#include "files/ymodem.h"
+#include "host_link.h"
 #include "scenario.h"
 #include "sim.h"
+#include "ymodem_bytes.h"
 
 namespace fs = std::filesystem;
 
@@ -34,35 +35,6 @@ bool shell(const std::string &cmd, std::string &out) {
         out.append(buf, n);
     }
     return pclose(p) == 0;
-}
-
-bool have(const char *tool) {
-    std::string out;
-    return shell(std::string("command -v ") + tool, out);
-}
-
-// A script line's text for raw bytes (\xHH for all but letters and digits).
-std::string escaped(const std::string &bytes) {
-    std::string s;
-    for (unsigned char c : bytes) {
-        char h[8];
-        std::snprintf(h, sizeof h, "\\x%02X", c);
-        s += std::isalnum(c) ? std::string(1, char(c)) : std::string(h);
-    }
-    return s;
-}
-
-std::string packet(uint8_t block, std::string data) {
-    data.resize(data.size() <= 128 ? 128 : 1024, data.size() <= 128 ? '\0' : '\x1A');
-    uint16_t crc = crc16(reinterpret_cast<const uint8_t *>(data.data()), uint32_t(data.size()));
-    return std::string{char(data.size() == 128 ? YM_SOH : YM_STX), char(block), char(~block)} +
-           data + char(crc >> 8) + char(crc & 0xFF);
-}
-
-// A YMODEM batch of one file as a PC's terminal sends it after "yr".
-std::string ymodem_batch(const std::string &name, const std::string &body) {
-    std::string head = name + '\0' + std::to_string(body.size()) + " 0 100644";
-    return packet(0, head) + packet(1, body) + "\x04\x04" + packet(0, "");
 }
 
 struct Entry {
@@ -111,7 +83,7 @@ TEST(CardStack, FirmwareWritesWhatMtoolsReads) {
                         "(scripts/test.sh uses ../shared/third_party/fatfs when it is there)";
     }
     for (const char *tool : {"mkfs.fat", "mdir", "mtype"}) {
-        if (!have(tool)) {
+        if (!hostlink::have(tool)) {
             GTEST_SKIP() << tool << " is not installed: scripts/setup.sh installs dosfstools "
                          << "and mtools";
         }
@@ -155,7 +127,7 @@ TEST(CardStack, FirmwareWritesWhatMtoolsReads) {
           "cat logs/note.txt", "ls", "cd logs", "ls", "rm old", "ls", "exit"}) {
         // after "yr" the terminal sends the batch, received into the current folder
         std::string line =
-            *cmd ? std::string(cmd) + "\\r" : escaped(ymodem_batch("recv.txt", sent));
+            *cmd ? std::string(cmd) + "\\r" : ymbytes::escaped(ymbytes::batch("recv.txt", sent));
         s += std::to_string(t) + " " + line + "\n";
         t += 1.5;
     }

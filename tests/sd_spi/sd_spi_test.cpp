@@ -1,114 +1,66 @@
-// The card's disk layer (platform/tm4c123/sd_spi.cpp) against the model of a
-// microSD card in SPI mode (sim/devices/sd_card.h). The SSI0, GPIO and system-control calls it
-// makes land in the fakes below, which clock each byte through the model and keep a virtual clock,
-// so every time-out ends in virtual time.
+// The card's disk layer (platform/tm4c123/sd_spi.cpp) on the simulated
+// board: its SSI0, GPIO and delay calls go to the board's own ports and clock,
+// and SSI0 carries the model of a microSD card in SPI mode
+// (sim/devices/sd_card.h) selected by PA3, so every time-out ends in virtual time.
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <deque>
 #include <functional>
-#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "board.h"
 #include "diskio.h"
 #include "gpio.h"
-#include "hibernate.h"
 #include "sd_card.h"
-#include "ssi.h"
-#include "sysctl.h"
+#include "sim.h"
 
 namespace {
-
-const uint32_t kClockHz = 50000000u;
 
 using CardModel = sim::SdCard;
 const auto csdV2 = sim::SdCard::csdV2;
 const auto csdV1 = sim::SdCard::csdV1;
 
-CardModel *g_card;
-bool g_csHigh = true;
-bool g_csOutput = false;
-std::deque<uint32_t> g_rx;
-std::vector<uint32_t> g_bitRates;
-uint32_t g_bitRate = 0;
-uint64_t g_ns = 0; // virtual time
-
-} // namespace
-
-// ---- the platform calls the disk layer makes --------------------------------
-
-void SSIConfigSetExpClk(uint32_t base, uint32_t clk, uint32_t protocol, uint32_t mode,
-                        uint32_t bitRate, uint32_t dataWidth) {
-    EXPECT_EQ(base, SSI0_BASE);
-    EXPECT_EQ(clk, kClockHz);
-    EXPECT_EQ(dataWidth, 8u);
-    g_bitRate = bitRate;
-    g_bitRates.push_back(bitRate);
-}
-void SSIEnable(uint32_t base) {}
-void SSIDisable(uint32_t base) {}
-void SSIDataPut(uint32_t base, uint32_t data) {
-    EXPECT_EQ(base, SSI0_BASE);
-    g_ns += 8000000000ull / g_bitRate;
-    g_rx.push_back(g_card->exchange((uint8_t)data, !g_csHigh));
-}
-void SSIDataGet(uint32_t base, uint32_t *data) {
-    ASSERT_FALSE(g_rx.empty()) << "read with nothing sent";
-    *data = g_rx.front();
-    g_rx.pop_front();
-}
-int32_t SSIDataGetNonBlocking(uint32_t base, uint32_t *data) {
-    if (g_rx.empty()) {
-        return 0;
+// The card behind PA3 on SSI0; the slot's switch (PA6) is the board's. Keeps
+// the bit time of the first and the last byte clocked.
+struct CardOnSsi0 : sim::SpiDevice {
+    CardModel *card = nullptr;
+    uint64_t firstBit = 0, lastBit = 0;
+    uint32_t transfer(uint32_t out, uint64_t) override {
+        lastBit = sim::board().ssi_port(SSI0_BASE)->bit_cycles;
+        firstBit = firstBit != 0 ? firstBit : lastBit;
+        bool selected = (sim::gpio_levels(GPIO_PORTA_BASE) & GPIO_PIN_3) == 0;
+        card->present = !sim::state().card_absent;
+        return card->present ? card->exchange(uint8_t(out), selected) : 0xFFu;
     }
-    SSIDataGet(base, data);
-    return 1;
-}
-void GPIOPinTypeGPIOOutput(uint32_t port, uint8_t pins) {
-    g_csOutput = port == GPIO_PORTA_BASE && pins == GPIO_PIN_3;
-}
-void GPIOPinWrite(uint32_t port, uint8_t pins, uint8_t val) {
-    ASSERT_EQ(port, GPIO_PORTA_BASE);
-    ASSERT_EQ(pins, GPIO_PIN_3);
-    g_csHigh = (val & GPIO_PIN_3) != 0;
-}
-int32_t GPIOPinRead(uint32_t port, uint8_t pins) {
-    EXPECT_EQ(port, GPIO_PORTA_BASE);
-    EXPECT_EQ(pins, GPIO_PIN_6);
-    return g_card->present ? 0 : GPIO_PIN_6;
-}
-uint32_t SysCtlClockGet(void) {
-    return kClockHz;
-}
-void SysCtlDelay(uint32_t count) {
-    g_ns += (uint64_t)count * 3u * 1000000000ull / kClockHz;
-}
-uint32_t HibernateRTCGet(void) {
-    return 1700000000u; // 2023-11-14 22:13:20 UTC
-}
-
-namespace {
+};
 
 class SdSpi : public ::testing::Test {
   protected:
     CardModel card;
+    std::shared_ptr<CardOnSsi0> bus;
+    double t0 = 0;
     void SetUp() override {
-        g_card = &card;
-        g_csHigh = true;
-        g_csOutput = false;
-        g_rx.clear();
-        g_bitRates.clear();
-        g_bitRate = 1000000u; // as the firmware's start-up leaves SSI0
-        g_ns = 0;
+        sim::reset_board();        // SSI0 at 1 MHz, as the firmware's start-up leaves it
+        sim::set_rtc(1700000000u); // 2023-11-14 22:13:20 UTC
         card = CardModel();
+        bus = std::make_shared<CardOnSsi0>();
+        bus->card = &card;
+        sim::attach_spi(SSI0_BASE, bus);
         // Each test starts with a card just put in: the layer saw the slot empty.
-        card.present = false;
+        sim::state().card_absent = true;
         disk_status(0);
-        card.present = true;
+        sim::state().card_absent = false;
         card.csd = csdV2(15159); // 7.9 GB
+        t0 = sim::now_seconds();
     }
-    void TearDown() override { EXPECT_TRUE(g_csHigh) << "card left selected"; }
+    // PA3 driven by the layer (port A is the board's first)
+    static bool csIsOutput() { return (sim::board().gpio.dir[0] & GPIO_PIN_3) != 0; }
+    void TearDown() override {
+        EXPECT_FALSE(csIsOutput() && (sim::gpio_levels(GPIO_PORTA_BASE) & GPIO_PIN_3) == 0)
+            << "card left selected";
+    }
     std::vector<std::string> cmds(size_t from = 0) {
         return std::vector<std::string>(card.log.begin() + (long)from, card.log.end());
     }
@@ -128,18 +80,18 @@ struct InitCase {
     DWORD sectors, eraseSectors;
     const char *opCond;              // ACMD41 as sent, four times (the card is busy thrice)
     std::vector<std::string> finish; // commands after ACMD41
-    uint32_t sector5Arg;             // address argument the card sees for sector 5
+    const char *read5;               // the card's read of sector 5 (block or byte address)
 };
 
 TEST_F(SdSpi, InitialisesEachKindOfCardAndAddressesItsSectors) {
     const std::vector<InitCase> cases = {
         // clang-format off
         {"SDHC", true, true, csdV2(15159), 15160u * 1024u, 128u, "ACMD41 40000000",
-         {"CMD58 0", "CMD9 0"}, 5u},
+         {"CMD58 0", "CMD9 0"}, "CMD17 5"},
         {"SDSC v2", true, false, csdV1(3863, 7, 10), 3864u * 1024u, 64u, "ACMD41 40000000",
-         {"CMD58 0", "CMD16 200", "CMD9 0"}, 5u * 512u},
+         {"CMD58 0", "CMD16 200", "CMD9 0"}, "CMD17 A00"},
         {"SDSC v1", false, false, csdV1(4095, 3, 9), 4096u * 32u, 64u, "ACMD41 0",
-         {"CMD16 200", "CMD9 0"}, 5u * 512u},
+         {"CMD16 200", "CMD9 0"}, "CMD17 A00"},
         // clang-format on
     };
     for (const InitCase &c : cases) {
@@ -158,9 +110,8 @@ TEST_F(SdSpi, InitialisesEachKindOfCardAndAddressesItsSectors) {
         want.insert(want.end(), c.finish.begin(), c.finish.end());
         EXPECT_EQ(cmds(), want);
         EXPECT_GE(card.wakeBytes, 10);
-        EXPECT_TRUE(g_csOutput);
-        EXPECT_EQ(g_bitRates.front(), 400000u);
-        EXPECT_EQ(g_bitRates.back(), 12500000u);
+        EXPECT_EQ(bus->firstBit, sim::kCpuHz / 400000u);
+        EXPECT_TRUE(csIsOutput());
         DWORD n = 0, erase = 0;
         WORD size = 0;
         EXPECT_EQ(disk_ioctl(0, GET_SECTOR_COUNT, &n), RES_OK);
@@ -172,10 +123,9 @@ TEST_F(SdSpi, InitialisesEachKindOfCardAndAddressesItsSectors) {
         BYTE buf[512];
         size_t at = card.log.size();
         ASSERT_EQ(disk_read(0, buf, 5, 1), RES_OK);
-        char read[32];
-        snprintf(read, sizeof read, "CMD17 %X", c.sector5Arg);
-        EXPECT_EQ(cmds(at), std::vector<std::string>{read});
+        EXPECT_EQ(cmds(at), std::vector<std::string>{c.read5});
         EXPECT_EQ(std::vector<uint8_t>(buf, buf + 512), card.sector(5));
+        EXPECT_EQ(bus->lastBit, sim::kCpuHz / 12500000u);
         TearDown();
     }
 }
@@ -211,37 +161,32 @@ TEST_F(SdSpi, SingleAndMultiBlockDataMakeTheRoundTrip) {
 struct FaultCase {
     const char *name;
     std::function<void(CardModel &)> fault;
-    DSTATUS init;           // disk_initialize's answer
-    DRESULT read, write;    // then disk_read and disk_write of one sector
-    bool commandsAfterInit; // whether the card is addressed after start-up
+    DSTATUS init;        // disk_initialize's answer
+    DRESULT read, write; // then disk_read and disk_write of one sector
 };
 
 TEST_F(SdSpi, EveryFailureEndsWithItsResult) {
-    const uint64_t kSecond = 1000000000ull;
     const std::vector<FaultCase> cases = {
         {"no card behind the socket", [](CardModel &c) { c.answers = false; }, STA_NOINIT,
-         RES_NOTRDY, RES_NOTRDY, false},
-        {"card detect says empty", [](CardModel &c) { c.present = false; }, STA_NOINIT | STA_NODISK,
-         RES_NOTRDY, RES_NOTRDY, false},
+         RES_NOTRDY, RES_NOTRDY},
+        {"card detect says empty", [](CardModel &) { sim::state().card_absent = true; },
+         STA_NOINIT | STA_NODISK, RES_NOTRDY, RES_NOTRDY},
         {"never leaves idle", [](CardModel &c) { c.busyPolls = 1 << 30; }, STA_NOINIT, RES_NOTRDY,
-         RES_NOTRDY, false},
+         RES_NOTRDY},
         {"MMC: ACMD41 illegal", [](CardModel &c) { c.v2 = false, c.illegal = {41}; }, STA_NOINIT,
-         RES_NOTRDY, RES_NOTRDY, false},
+         RES_NOTRDY, RES_NOTRDY},
         {"CMD8 echo garbled", [](CardModel &c) { c.echoFlip = 0x01; }, STA_NOINIT, RES_NOTRDY,
-         RES_NOTRDY, false},
+         RES_NOTRDY},
         {"CSD read illegal", [](CardModel &c) { c.illegal = {9}; }, STA_NOINIT, RES_NOTRDY,
-         RES_NOTRDY, false},
-        {"read command illegal", [](CardModel &c) { c.illegal = {17}; }, 0, RES_ERROR, RES_OK,
-         true},
-        {"read error token", [](CardModel &c) { c.readToken = 0x08; }, 0, RES_ERROR, RES_OK, true},
-        {"no data token", [](CardModel &c) { c.accessBytes = 1 << 20; }, 0, RES_ERROR, RES_OK,
-         true},
+         RES_NOTRDY},
+        {"read command illegal", [](CardModel &c) { c.illegal = {17}; }, 0, RES_ERROR, RES_OK},
+        {"read error token", [](CardModel &c) { c.readToken = 0x08; }, 0, RES_ERROR, RES_OK},
+        {"no data token", [](CardModel &c) { c.accessBytes = 1 << 20; }, 0, RES_ERROR, RES_OK},
         {"write rejected (write error)", [](CardModel &c) { c.dataResponse = 0x0D; }, 0, RES_OK,
-         RES_ERROR, true},
-        {"write rejected (CRC)", [](CardModel &c) { c.dataResponse = 0x0B; }, 0, RES_OK, RES_ERROR,
-         true},
+         RES_ERROR},
+        {"write rejected (CRC)", [](CardModel &c) { c.dataResponse = 0x0B; }, 0, RES_OK, RES_ERROR},
         {"busy for ever after a write", [](CardModel &c) { c.writeBusyBytes = 1 << 30; }, 0, RES_OK,
-         RES_ERROR, true},
+         RES_ERROR},
     };
     for (const FaultCase &c : cases) {
         SCOPED_TRACE(c.name);
@@ -258,8 +203,8 @@ TEST_F(SdSpi, EveryFailureEndsWithItsResult) {
         size_t at = card.log.size();
         EXPECT_EQ(disk_read(0, buf, 7, 1), c.read);
         EXPECT_EQ(disk_write(0, buf, 7, 1), c.write);
-        EXPECT_EQ(card.log.size() > at, c.commandsAfterInit);
-        EXPECT_LT(g_ns, 5 * kSecond) << "took too long to give up";
+        EXPECT_EQ(card.log.size() > at, dataFault) << "the card addressed only once started";
+        EXPECT_LT(sim::now_seconds() - t0, 5.0) << "took too long to give up";
         TearDown();
     }
 }
@@ -292,7 +237,7 @@ TEST_F(SdSpi, BusyCardMakesSyncFailAndRemovedCardIsNotReady) {
     BYTE buf[512];
     EXPECT_EQ(disk_read(0, buf, 0, 0), RES_PARERR);
 
-    card.present = false;
+    sim::state().card_absent = true;
     size_t at = card.log.size();
     EXPECT_EQ(disk_status(0), STA_NOINIT | STA_NODISK);
     EXPECT_EQ(disk_read(0, buf, 0, 1), RES_NOTRDY);
@@ -300,7 +245,7 @@ TEST_F(SdSpi, BusyCardMakesSyncFailAndRemovedCardIsNotReady) {
     EXPECT_EQ(disk_ioctl(0, CTRL_SYNC, nullptr), RES_NOTRDY);
     EXPECT_EQ(card.log.size(), at);
     // Put back: not ready until started again.
-    card.present = true;
+    sim::state().card_absent = false;
     EXPECT_EQ(disk_status(0), STA_NOINIT | STA_NODISK);
     EXPECT_EQ(disk_initialize(0), 0);
     EXPECT_EQ(disk_read(0, buf, 0, 1), RES_OK);
