@@ -8,6 +8,7 @@
 #include "interrupt.h"
 #include "sysctl.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,8 +81,7 @@ Run Board::run(const std::string &script, double forSeconds, const std::vector<s
     if (pipe(pipefd) != 0) {
         std::abort();
     }
-    pid_t pid = fork();
-    if (pid == 0) {
+    pid_t pid = spawn(args, [&] {
         dup2(pipefd[1], 1);
         FILE *e = std::fopen(errPath.c_str(), "w");
         if (e != nullptr) {
@@ -90,21 +90,12 @@ Run Board::run(const std::string &script, double forSeconds, const std::vector<s
         close(pipefd[0]);
         close(pipefd[1]);
         setenv("TZ", "UTC", 1);
-        std::vector<char *> argv;
-        for (auto &a : args) {
-            argv.push_back(const_cast<char *>(a.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
+    });
     close(pipefd[1]);
     Run r;
     r.out = slurpFd(pipefd[0]);
     close(pipefd[0]);
-    int st = 0;
-    waitpid(pid, &st, 0);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+    r.status = finish(pid);
     auto e = readAll(errPath);
     r.err.assign(e.begin(), e.end());
     EXPECT_EQ(r.status, want) << "fenwa-sim: " << r.err;
@@ -167,6 +158,51 @@ void expect_in(const std::string &hay, std::initializer_list<std::string> needle
     for (const std::string &n : needles) {
         EXPECT_NE(hay.find(n), std::string::npos) << "missing: " << n << "\nin: " << hay;
     }
+}
+
+std::string deploy_script(int seconds) {
+    return "1 period " + std::to_string(seconds) +
+           "\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n";
+}
+
+std::string slurp(const std::string &path) {
+    auto v = readAll(path);
+    return std::string(v.begin(), v.end());
+}
+
+pid_t spawn(const std::vector<std::string> &args, const std::function<void()> &setup) {
+    std::fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (setup) {
+            setup();
+        }
+        std::vector<char *> argv;
+        for (const std::string &a : args) {
+            argv.push_back(const_cast<char *>(a.c_str()));
+        }
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+pid_t start_sim(const std::vector<std::string> &args) {
+    std::vector<std::string> all{FENWA_SIM_PATH};
+    all.insert(all.end(), args.begin(), args.end());
+    return spawn(all, [] {
+        int null = open("/dev/null", O_RDWR);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(null, 2);
+    });
+}
+
+int finish(pid_t pid) {
+    int st = 0;
+    waitpid(pid, &st, 0);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
 }
 
 } // namespace scenario

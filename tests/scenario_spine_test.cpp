@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
 
 #include "scenario.h"
 
@@ -59,16 +60,21 @@ TEST(Scenario, MenuFallsAsleepAfterThirtySeconds) {
 }
 
 TEST(Scenario, StoredRecordsHaveTheStoredLayout) {
+    // a new state folder is provisioned as a factory board: an erased first
+    // kilobyte, the record, a zeroed FRAM the firmware fills, an empty card
     Board b;
     auto r = b.run("1 version\\r\n");
+    EXPECT_NE(r.out.find("version\r\nFenwa v5.0.3 ZEP3 123g revB\r\n"), std::string::npos);
     auto e = b.eeprom();
     ASSERT_EQ(e.size(), 4096u);
+    EXPECT_EQ(std::vector<uint8_t>(e.begin(), e.begin() + 1024), std::vector<uint8_t>(1024, 0xFF));
     EXPECT_EQ(scenario::cstr(e, 1024 + 600, 32), "Fenwa v5.0.3 ZEP3 123g revB");
     EXPECT_EQ(e[1024 + 627], 0);
     EXPECT_EQ(scenario::cstr(e, 1024 + 632, 16), "noname.txt");
     EXPECT_EQ(scenario::u32(e, 1024 + 196), 115200u);
+    EXPECT_TRUE(std::filesystem::is_directory(b.dir() + "/card"));
     auto f = b.fram();
-    ASSERT_GE(f.size(), 1024u);
+    ASSERT_EQ(f.size(), 32768u);
     EXPECT_EQ(scenario::u32(f, 64 + 40), 0x55AA55AAu);
     EXPECT_EQ(scenario::u32(f, 0), 0xAA55AA55u); // probe pattern
     EXPECT_EQ(scenario::u32(f, 64 + 0), 0u);     // IDLE
