@@ -34,14 +34,12 @@ void writeAll(const fs::path &p, const std::vector<uint8_t> &v) {
     std::ofstream f(p, std::ios::binary | std::ios::trunc);
     f.write(reinterpret_cast<const char *>(v.data()), static_cast<std::streamsize>(v.size()));
 }
-std::string slurpFd(int fd) {
-    std::string s;
-    char buf[65536];
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof buf)) > 0) {
-        s.append(buf, static_cast<size_t>(n));
+template <class T> T field(const std::vector<uint8_t> &img, size_t off) {
+    T v = 0;
+    if (off + sizeof v <= img.size()) {
+        std::memcpy(&v, img.data() + off, sizeof v);
     }
-    return s;
+    return v;
 }
 } // namespace
 
@@ -61,43 +59,25 @@ Board::~Board() {
 
 Run Board::run(const std::string &script, double forSeconds, const std::vector<std::string> &extra,
                int want) {
-    fs::path scriptPath = fs::path(dir_).parent_path() / "script.txt";
-    {
-        std::ofstream f(scriptPath);
-        f << script;
-    }
-    fs::path errPath = fs::path(dir_).parent_path() / "stderr.txt";
-    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script",
-                                     scriptPath.string()};
+    const fs::path top = fs::path(dir_).parent_path();
+    const std::string scriptPath = top / "script.txt", outPath = top / "stdout.txt",
+                      errPath = top / "stderr.txt";
+    std::ofstream(scriptPath) << script;
+    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script", scriptPath};
     if (forSeconds > 0) {
         std::ostringstream s;
         s << forSeconds;
-        args.push_back("--for");
-        args.push_back(s.str());
+        args.insert(args.end(), {"--for", s.str()});
     }
     args.insert(args.end(), extra.begin(), extra.end());
-
-    int pipefd[2];
-    if (pipe(pipefd) != 0) {
-        std::abort();
-    }
-    pid_t pid = spawn(args, [&] {
-        dup2(pipefd[1], 1);
-        FILE *e = std::fopen(errPath.c_str(), "w");
-        if (e != nullptr) {
-            dup2(fileno(e), 2);
-        }
-        close(pipefd[0]);
-        close(pipefd[1]);
-        setenv("TZ", "UTC", 1);
-    });
-    close(pipefd[1]);
     Run r;
-    r.out = slurpFd(pipefd[0]);
-    close(pipefd[0]);
-    r.status = finish(pid);
-    auto e = readAll(errPath);
-    r.err.assign(e.begin(), e.end());
+    r.status = finish(spawn(args, [&] {
+        dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        setenv("TZ", "UTC", 1);
+    }));
+    r.out = slurp(outPath);
+    r.err = slurp(errPath);
     EXPECT_EQ(r.status, want) << "fenwa-sim: " << r.err;
     return r;
 }
@@ -116,27 +96,14 @@ void Board::writeFram(const std::vector<uint8_t> &image) const {
 }
 
 std::string Board::cardFile(const std::string &name) const {
-    fs::path p = fs::path(dir_) / "card" / name;
-    if (!fs::exists(p)) {
-        return "";
-    }
-    auto v = readAll(p);
-    return std::string(v.begin(), v.end());
+    return slurp(dir_ + "/card/" + name);
 }
 
 uint32_t u32(const std::vector<uint8_t> &img, size_t off) {
-    uint32_t v = 0;
-    if (off + 4 <= img.size()) {
-        std::memcpy(&v, img.data() + off, 4);
-    }
-    return v;
+    return field<uint32_t>(img, off);
 }
 float f32(const std::vector<uint8_t> &img, size_t off) {
-    float v = 0;
-    if (off + 4 <= img.size()) {
-        std::memcpy(&v, img.data() + off, 4);
-    }
-    return v;
+    return field<float>(img, off);
 }
 std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width) {
     std::string s;
@@ -230,8 +197,7 @@ std::string card(const std::string &name) {
     std::error_code ec;
     for (auto &e : fs::directory_iterator(sim::card_dir(), ec)) {
         if (strcasecmp(e.path().filename().c_str(), name.c_str()) == 0) {
-            auto v = scenario::readAll(e.path());
-            return std::string(v.begin(), v.end());
+            return scenario::slurp(e.path());
         }
     }
     return "";

@@ -472,6 +472,9 @@ TEST(SimStateFolder, AStoppedDeploymentResumesOnItsGrid) {
               "seconds = 26.481157\npower_cycles = 3\nsamples = 2\nstop = time up\n"
               "board = deployed\npower = hibernating\nends = hibernated 3\ncrashed = 0\n"
               "rtc = 26\nexit = 0\n");
+    // and the energy account of the deployment
+    scenario::expect_in(summary, {"\nenergy_samples = 2\n", "\nenergy_on_iso_s = ",
+                                  "\nenergy_mAh_per_day = ", "\nenergy_days = "});
     b.run("", 70);
     EXPECT_EQ(check_grid(b), 5u);
 

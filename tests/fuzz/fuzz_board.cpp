@@ -121,8 +121,4 @@ void card_put(const char *name, const uint8_t *data, size_t size) {
     f.write(reinterpret_cast<const char *>(data), std::streamsize(size));
 }
 
-std::string console() {
-    return sim::console_take();
-}
-
 } // namespace fuzz

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <string>
 
 namespace fuzz {
 
@@ -21,8 +20,6 @@ void bounded(double seconds, const std::function<void()> &fn);
 void check_records();
 // Writes bytes to a file on the board's card.
 void card_put(const char *name, const uint8_t *data, size_t size);
-// Console output so far (drained, so it cannot grow without bound).
-std::string console();
 
 } // namespace fuzz
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "hw_types.h"
+
 namespace fuzz {
 
 Line::Line(std::vector<std::string> chunks, bool answer, std::string closing, double quietMs)
@@ -43,6 +45,16 @@ void Line::receive(uint8_t byte, uint64_t at) {
     if ((byte == '\r' || byte == '\n') && q_.empty() && next_ < chunks_.size()) {
         queue(chunks_[next_++], at);
     }
+}
+
+std::shared_ptr<Line> console_host(const uint8_t *data, size_t size, const std::string &closing,
+                                   double quietMs) {
+    auto line = std::make_shared<Line>(
+        std::vector<std::string>{size ? std::string(reinterpret_cast<const char *>(data), size)
+                                      : ""},
+        false, closing, quietMs);
+    sim::attach_serial(UART0_BASE, line);
+    return line;
 }
 
 std::vector<std::string> split(const uint8_t *data, size_t size, char sep) {

@@ -3,6 +3,7 @@
 // own (or at once), and a closing text after a quiet spell.
 #pragma once
 #include <deque>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,11 @@ class Line : public sim::SerialDevice {
     std::deque<std::pair<uint64_t, uint8_t>> q_;
     uint64_t free_ = 0, byte_ = 10 * sim::kCpuHz / 115200;
 };
+
+// The host on the console line: sends `size` bytes at once, then `closing`
+// `quietMs` after the last of them.
+std::shared_ptr<Line> console_host(const uint8_t *data, size_t size, const std::string &closing,
+                                   double quietMs);
 
 // Splits fuzz bytes into chunks at `sep`.
 std::vector<std::string> split(const uint8_t *data, size_t size, char sep);
