@@ -3,7 +3,6 @@
 // keyword and its arguments, the transfers a keyword starts (cancelled by the
 // far end after a quiet spell, as a host gives up).
 #include "fuzz_board.h"
-#include "line.h"
 #include "sim.h"
 
 #include "host/serial.h"
@@ -16,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::board_up();
     auto line = fuzz::console_host(data, size, "\x18\x18\x18\x18\x18\r", 1500);
     fuzz::bounded(900, [&] {
-        while (!line->done() || sim::now_cycles() < line->last() + sim::kCpuHz) {
+        while (!line->done() || sim::now_cycles() < line->last_sent() + sim::kCpuHz) {
             if (handle_m2m_comm() < 0) {
                 break;
             }

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "fuzz_board.h"
-#include "line.h"
 
 #include "host/serial.h"
 

@@ -2,7 +2,6 @@
 // mode, the rest is what the sender puts on the line; a sender that falls
 // silent cancels after a quiet spell.
 #include "fuzz_board.h"
-#include "line.h"
 
 #include "files/ymodem.h"
 
