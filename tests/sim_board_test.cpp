@@ -128,6 +128,15 @@ TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
     sim::advance_ms(10);
     EXPECT_EQ(g_rx, "hello");
     EXPECT_GE(sim::irq_count(INT_UART3), 5u);
+    // a host answering each line the board ends, then giving up after a quiet spell
+    line->reply_per_line({"ok"});
+    line->then_after_quiet("!", 5);
+    UARTCharPutNonBlocking(UART3_BASE, '\r');
+    sim::advance_ms(6);
+    EXPECT_EQ(g_rx, "hellook") << "the last text waits for the quiet spell";
+    sim::advance_ms(10);
+    EXPECT_EQ(g_rx, "hellook!");
+    EXPECT_TRUE(line->done());
 
     // a masked port keeps 16 bytes and loses the rest; a disabled one hears nothing
     IntDisable(INT_UART3);
