@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <filesystem>
+#include <initializer_list>
 #include <string>
 
 #include "energy.h"
@@ -14,28 +14,13 @@ namespace {
 using sim::BoardState;
 constexpr uint64_t kHz = sim::kCpuHz;
 
+struct Step {
+    double at; // seconds
+    int what;  // supply, or -1 cycle start, -2 cycle end
+    bool on;
+};
 
-TEST(Energy, OnTimesAddUpOverCyclesAndCountSamplingCycles) {
-    BoardState s{};
-    struct Step {
-        double at; // seconds
-        int what;  // supply, or -1 cycle start, -2 cycle end
-        bool on;
-    };
-    const Step steps[] = {
-        {0, -1, true},
-        {1, sim::kSupplyCard, true}, // no sample: the front end stays off
-        {5, -2, false},
-        {600, -1, true},
-        {600.5, sim::kSupplyIso, true},
-        {601, sim::kSupplyCtd, true},
-        {602, sim::kSupplyIso, false},
-        {602, sim::kSupplyIso, false}, // off twice: once
-        {603, -2, false},
-        {1200, -1, true},
-        {1200, sim::kSupplyIso, true},
-        {1202, -2, false}, // the end switches it off
-    };
+void play(BoardState &s, std::initializer_list<Step> steps) {
     for (const Step &st : steps) {
         s.now = uint64_t(st.at * kHz);
         if (st.what == -1) {
@@ -46,6 +31,24 @@ TEST(Energy, OnTimesAddUpOverCyclesAndCountSamplingCycles) {
             sim::supply_switch(s, sim::Supply(st.what), st.on);
         }
     }
+}
+
+TEST(Energy, OnTimesAddUpOverCyclesAndCountSamplingCycles) {
+    BoardState s{};
+    play(s, {
+                {0, -1, true},
+                {1, sim::kSupplyCard, true}, // no sample: the front end stays off
+                {5, -2, false},
+                {600, -1, true},
+                {600.5, sim::kSupplyIso, true},
+                {601, sim::kSupplyCtd, true},
+                {602, sim::kSupplyIso, false},
+                {602, sim::kSupplyIso, false}, // off twice: once
+                {603, -2, false},
+                {1200, -1, true},
+                {1200, sim::kSupplyIso, true},
+                {1202, -2, false}, // the end switches it off
+            });
     sim::supply_add(s, sim::kSupplyCard, kHz / 100);
     const double want[sim::kSupplies] = {5 + 3 + 2, 1.5 + 2, 2, 0, 0, 4 + 0.01};
     for (int i = 0; i < sim::kSupplies; ++i) {
@@ -58,18 +61,12 @@ TEST(Energy, OnTimesAddUpOverCyclesAndCountSamplingCycles) {
 TEST(Energy, ChargeFromTheFirstSampleOn) {
     BoardState s{};
     // set-up awake 100 s, then 10 samples every 600 s, each 2 s awake, 1.5 s front end
-    s.now = 0;
-    sim::energy_cycle_start(s);
-    s.now = 100 * kHz;
-    sim::energy_cycle_end(s);
-    for (int k = 0; k < 10; ++k) {
-        s.now = uint64_t(600 + 600 * k) * kHz;
-        sim::energy_cycle_start(s);
-        sim::supply_switch(s, sim::kSupplyIso, true);
-        s.now += kHz * 3 / 2;
-        sim::supply_switch(s, sim::kSupplyIso, false);
-        s.now += kHz / 2;
-        sim::energy_cycle_end(s);
+    play(s, {{0, -1, true}, {100, -2, false}});
+    for (double t = 600; t < 6600; t += 600) {
+        play(s, {{t, -1, true},
+                 {t, sim::kSupplyIso, true},
+                 {t + 1.5, sim::kSupplyIso, false},
+                 {t + 2, -2, false}});
     }
     s.now = 6600 * kHz; // ten whole periods after the first sample
     sim::Environment e;
@@ -113,22 +110,6 @@ TEST(Energy, CurrentsOverriddenFromAFile) {
     EXPECT_FALSE(sim::load_currents(path + ".absent", err));
     EXPECT_EQ(err, "--currents: cannot read " + path + ".absent");
     sim::currents() = saved;
-}
-
-TEST(Energy, DeploymentReportsItsFiguresInTheSummary) {
-    sim::Options o;
-    o.state_dir = testing::TempDir() + "fenwa-energy-state";
-    std::filesystem::remove_all(o.state_dir);
-    o.script = "1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n";
-    o.for_seconds = 40 + 3600;
-    o.battery_mah = 10000;
-    o.rtc = 1790000000;
-    sim::RunResult r = sim::run(o);
-    EXPECT_NE(r.energy.find("energy_samples = 7\n"), std::string::npos) << r.energy;
-    for (const char *k : {"energy_on_iso_s = ", "energy_mAh_per_day = ", "energy_days = "}) {
-        EXPECT_NE(r.energy.find(k), std::string::npos) << k;
-    }
-    std::filesystem::remove_all(o.state_dir);
 }
 
 } // namespace

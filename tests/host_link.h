@@ -10,32 +10,44 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "scenario.h"
+
 namespace hostlink {
 
 inline bool have(const char *tool) {
-    std::string cmd = std::string("command -v ") + tool + " >/dev/null 2>&1";
-    return std::system(cmd.c_str()) == 0;
+    return std::system((std::string("command -v ") + tool + " >/dev/null 2>&1").c_str()) == 0;
 }
 
 inline double since(std::chrono::steady_clock::time_point t0) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
 }
 
+// Appends what `fd` has within `ms` to `to`; false once it is closed.
+inline bool readSome(int fd, std::string &to, int ms) {
+    pollfd pf{fd, POLLIN, 0};
+    if (poll(&pf, 1, ms) <= 0) {
+        return true;
+    }
+    char buf[4096];
+    ssize_t n = read(fd, buf, sizeof buf);
+    if (n > 0) {
+        to.append(buf, size_t(n));
+    }
+    return n > 0;
+}
+
 // The simulator's pseudo-terminal seen from the host's side.
 class Line {
   public:
-    explicit Line(const std::string &path) : path_(path) {
-        fd_ = open(path.c_str(), O_RDWR | O_NOCTTY);
-        if (fd_ >= 0) {
-            termios t;
-            tcgetattr(fd_, &t);
+    explicit Line(const std::string &path)
+        : path_(path), fd_(open(path.c_str(), O_RDWR | O_NOCTTY)) {
+        termios t;
+        if (fd_ >= 0 && tcgetattr(fd_, &t) == 0) {
             cfmakeraw(&t);
             tcsetattr(fd_, TCSANOW, &t);
         }
@@ -53,8 +65,7 @@ class Line {
     }
     // Reads until `needle` shows up in what was read since the last call.
     bool waitFor(const std::string &needle, double seconds) {
-        auto t0 = std::chrono::steady_clock::now();
-        for (;;) {
+        for (auto t0 = std::chrono::steady_clock::now();;) {
             size_t p = got_.find(needle);
             if (p != std::string::npos) {
                 all_ += got_.substr(0, p + needle.size());
@@ -65,41 +76,14 @@ class Line {
             if (left <= 0) {
                 return false;
             }
-            pollfd pf{fd_, POLLIN, 0};
-            if (poll(&pf, 1, int(left * 1000) + 1) > 0) {
-                char buf[4096];
-                ssize_t n = read(fd_, buf, sizeof buf);
-                if (n > 0) {
-                    got_.append(buf, size_t(n));
-                }
-            }
+            readSome(fd_, got_, int(left * 1000) + 1);
         }
-    }
-    // Which of the needles comes first (-1: none within the time).
-    int waitForAny(const std::vector<std::string> &needles, double seconds) {
-        auto t0 = std::chrono::steady_clock::now();
-        while (since(t0) < seconds) {
-            for (size_t i = 0; i < needles.size(); i++) {
-                if (got_.find(needles[i]) != std::string::npos) {
-                    return waitFor(needles[i], 0.1) ? int(i) : -1;
-                }
-            }
-            pollfd pf{fd_, POLLIN, 0};
-            if (poll(&pf, 1, 100) > 0) {
-                char buf[4096];
-                ssize_t n = read(fd_, buf, sizeof buf);
-                if (n > 0) {
-                    got_.append(buf, size_t(n));
-                }
-            }
-        }
-        return -1;
     }
     std::string transcript() const { return all_ + got_; }
 
   private:
     std::string path_;
-    int fd_ = -1;
+    int fd_;
     std::string got_, all_;
 };
 
@@ -109,64 +93,36 @@ class Instrument {
   public:
     // fenwa-sim itself, or (child != nullptr) a fork running child().
     Instrument(const std::vector<std::string> &args, void (*child)(const std::string &dir),
-               const std::string &dir) {
-        int pipefd[2];
-        if (pipe(pipefd) != 0) {
+               const std::string &dir)
+        : errPath_(dir + ".stderr") {
+        int out[2];
+        if (pipe(out) != 0) {
             return;
         }
-        errPath_ = dir + ".stderr";
-        fflush(nullptr);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(pipefd[1], 1);
-            int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(err, 2);
-            close(pipefd[0]);
+        pid_ = scenario::spawn(args, [&] {
+            dup2(out[1], 1);
+            dup2(open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            close(out[0]);
             if (child != nullptr) {
                 child(dir);
                 _exit(0);
             }
-            std::vector<char *> argv;
-            for (const std::string &a : args) {
-                argv.push_back(const_cast<char *>(a.c_str()));
-            }
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        close(pipefd[1]);
+        });
+        close(out[1]);
         std::string text;
         auto t0 = std::chrono::steady_clock::now();
-        while (since(t0) < 20 && text.find('\n', text.find("pty: ")) == std::string::npos) {
-            pollfd pf{pipefd[0], POLLIN, 0};
-            if (poll(&pf, 1, 200) > 0) {
-                char buf[256];
-                ssize_t n = read(pipefd[0], buf, sizeof buf);
-                if (n <= 0) {
-                    break;
-                }
-                text.append(buf, size_t(n));
-            }
+        while (since(t0) < 20 && text.find('\n', text.find("pty: ")) == std::string::npos &&
+               readSome(out[0], text, 200)) {
         }
-        close(pipefd[0]);
+        close(out[0]);
         size_t p = text.find("pty: ");
         if (p != std::string::npos) {
-            size_t e = text.find('\n', p);
-            ptyPath_ = text.substr(p + 5, e - p - 5);
+            ptyPath_ = text.substr(p + 5, text.find('\n', p) - p - 5);
         }
     }
-    ~Instrument() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            int status = 0;
-            waitpid(pid_, &status, 0);
-        }
-    }
+    ~Instrument() { stop(); }
     const std::string &ptyPath() const { return ptyPath_; }
-    std::string messages() const {
-        std::ifstream f(errPath_, std::ios::binary);
-        return std::string((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-    }
+    std::string messages() const { return scenario::slurp(errPath_); }
     pid_t pid() const { return pid_; }
     // Asks it to stop (SIGTERM) and waits: its exit status (128 + signal when killed).
     int stop(int sig = SIGTERM) {
@@ -174,10 +130,9 @@ class Instrument {
             return -1;
         }
         kill(pid_, sig);
-        int status = 0;
-        waitpid(pid_, &status, 0);
+        int status = scenario::finish(pid_);
         pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return status;
     }
 
   private:
@@ -190,25 +145,15 @@ class Instrument {
 // when it had to be stopped.
 inline int runTool(const std::vector<std::string> &args, const std::string &dir,
                    const std::string &pty, double seconds) {
-    fflush(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
+    pid_t pid = scenario::spawn(args, [&] {
         if (chdir(dir.c_str()) != 0) {
             _exit(126);
         }
         int fd = open(pty.c_str(), O_RDWR | O_NOCTTY);
-        int log = open("tool.log", O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(fd, 0);
         dup2(fd, 1);
-        dup2(log, 2);
-        std::vector<char *> argv;
-        for (const std::string &a : args) {
-            argv.push_back(const_cast<char *>(a.c_str()));
-        }
-        argv.push_back(nullptr);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
+        dup2(open("tool.log", O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+    });
     auto t0 = std::chrono::steady_clock::now();
     int status = 0;
     while (waitpid(pid, &status, WNOHANG) == 0) {
@@ -229,5 +174,26 @@ inline void typeSlowly(Line &line, const std::string &s) {
         std::this_thread::sleep_for(std::chrono::milliseconds(60));
     }
 }
+
+// fenwa-sim --pty on a state folder, and the host's line to it.
+struct Session {
+    explicit Session(const std::string &state)
+        : sim({FENWA_SIM_PATH, "--state", state, "--pty"}, nullptr, state), line(sim.ptyPath()) {}
+    // Waits for the board's first prompt; four Enters and a key open the
+    // menu, "5" the card command line.
+    bool cardCommandLine() {
+        if (!line.waitFor("\r\n>", 20)) {
+            return false;
+        }
+        typeSlowly(line, "\r\r\r\rx");
+        if (!line.waitFor("Enter Selection: ", 10)) {
+            return false;
+        }
+        typeSlowly(line, "5\r");
+        return line.waitFor("> ", 10);
+    }
+    Instrument sim;
+    Line line;
+};
 
 } // namespace hostlink

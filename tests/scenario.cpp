@@ -8,6 +8,7 @@
 #include "interrupt.h"
 #include "sysctl.h"
 
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,14 +34,12 @@ void writeAll(const fs::path &p, const std::vector<uint8_t> &v) {
     std::ofstream f(p, std::ios::binary | std::ios::trunc);
     f.write(reinterpret_cast<const char *>(v.data()), static_cast<std::streamsize>(v.size()));
 }
-std::string slurpFd(int fd) {
-    std::string s;
-    char buf[65536];
-    ssize_t n;
-    while ((n = read(fd, buf, sizeof buf)) > 0) {
-        s.append(buf, static_cast<size_t>(n));
+template <class T> T field(const std::vector<uint8_t> &img, size_t off) {
+    T v = 0;
+    if (off + sizeof v <= img.size()) {
+        std::memcpy(&v, img.data() + off, sizeof v);
     }
-    return s;
+    return v;
 }
 } // namespace
 
@@ -60,53 +59,25 @@ Board::~Board() {
 
 Run Board::run(const std::string &script, double forSeconds, const std::vector<std::string> &extra,
                int want) {
-    fs::path scriptPath = fs::path(dir_).parent_path() / "script.txt";
-    {
-        std::ofstream f(scriptPath);
-        f << script;
-    }
-    fs::path errPath = fs::path(dir_).parent_path() / "stderr.txt";
-    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script",
-                                     scriptPath.string()};
+    const fs::path top = fs::path(dir_).parent_path();
+    const std::string scriptPath = top / "script.txt", outPath = top / "stdout.txt",
+                      errPath = top / "stderr.txt";
+    std::ofstream(scriptPath) << script;
+    std::vector<std::string> args = {FENWA_SIM_PATH, "--state", dir_, "--script", scriptPath};
     if (forSeconds > 0) {
         std::ostringstream s;
         s << forSeconds;
-        args.push_back("--for");
-        args.push_back(s.str());
+        args.insert(args.end(), {"--for", s.str()});
     }
     args.insert(args.end(), extra.begin(), extra.end());
-
-    int pipefd[2];
-    if (pipe(pipefd) != 0) {
-        std::abort();
-    }
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(pipefd[1], 1);
-        FILE *e = std::fopen(errPath.c_str(), "w");
-        if (e != nullptr) {
-            dup2(fileno(e), 2);
-        }
-        close(pipefd[0]);
-        close(pipefd[1]);
-        setenv("TZ", "UTC", 1);
-        std::vector<char *> argv;
-        for (auto &a : args) {
-            argv.push_back(const_cast<char *>(a.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(argv[0], argv.data());
-        _exit(127);
-    }
-    close(pipefd[1]);
     Run r;
-    r.out = slurpFd(pipefd[0]);
-    close(pipefd[0]);
-    int st = 0;
-    waitpid(pid, &st, 0);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-    auto e = readAll(errPath);
-    r.err.assign(e.begin(), e.end());
+    r.status = finish(spawn(args, [&] {
+        dup2(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+        dup2(open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        setenv("TZ", "UTC", 1);
+    }));
+    r.out = slurp(outPath);
+    r.err = slurp(errPath);
     EXPECT_EQ(r.status, want) << "fenwa-sim: " << r.err;
     return r;
 }
@@ -125,27 +96,14 @@ void Board::writeFram(const std::vector<uint8_t> &image) const {
 }
 
 std::string Board::cardFile(const std::string &name) const {
-    fs::path p = fs::path(dir_) / "card" / name;
-    if (!fs::exists(p)) {
-        return "";
-    }
-    auto v = readAll(p);
-    return std::string(v.begin(), v.end());
+    return slurp(dir_ + "/card/" + name);
 }
 
 uint32_t u32(const std::vector<uint8_t> &img, size_t off) {
-    uint32_t v = 0;
-    if (off + 4 <= img.size()) {
-        std::memcpy(&v, img.data() + off, 4);
-    }
-    return v;
+    return field<uint32_t>(img, off);
 }
 float f32(const std::vector<uint8_t> &img, size_t off) {
-    float v = 0;
-    if (off + 4 <= img.size()) {
-        std::memcpy(&v, img.data() + off, 4);
-    }
-    return v;
+    return field<float>(img, off);
 }
 std::string cstr(const std::vector<uint8_t> &img, size_t off, size_t width) {
     std::string s;
@@ -167,6 +125,51 @@ void expect_in(const std::string &hay, std::initializer_list<std::string> needle
     for (const std::string &n : needles) {
         EXPECT_NE(hay.find(n), std::string::npos) << "missing: " << n << "\nin: " << hay;
     }
+}
+
+std::string deploy_script(int seconds) {
+    return "1 period " + std::to_string(seconds) +
+           "\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n";
+}
+
+std::string slurp(const std::string &path) {
+    auto v = readAll(path);
+    return std::string(v.begin(), v.end());
+}
+
+pid_t spawn(const std::vector<std::string> &args, const std::function<void()> &setup) {
+    std::fflush(nullptr);
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (setup) {
+            setup();
+        }
+        std::vector<char *> argv;
+        for (const std::string &a : args) {
+            argv.push_back(const_cast<char *>(a.c_str()));
+        }
+        argv.push_back(nullptr);
+        execvp(argv[0], argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+pid_t start_sim(const std::vector<std::string> &args) {
+    std::vector<std::string> all{FENWA_SIM_PATH};
+    all.insert(all.end(), args.begin(), args.end());
+    return spawn(all, [] {
+        int null = open("/dev/null", O_RDWR);
+        dup2(null, 0);
+        dup2(null, 1);
+        dup2(null, 2);
+    });
+}
+
+int finish(pid_t pid) {
+    int st = 0;
+    waitpid(pid, &st, 0);
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
 }
 
 } // namespace scenario
@@ -194,8 +197,7 @@ std::string card(const std::string &name) {
     std::error_code ec;
     for (auto &e : fs::directory_iterator(sim::card_dir(), ec)) {
         if (strcasecmp(e.path().filename().c_str(), name.c_str()) == 0) {
-            auto v = scenario::readAll(e.path());
-            return std::string(v.begin(), v.end());
+            return scenario::slurp(e.path());
         }
     }
     return "";

@@ -2,7 +2,10 @@
 // state folder with a timed console script, and gives back the console bytes
 // and the board's stored images.
 #pragma once
+#include <sys/types.h>
+
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -49,6 +52,21 @@ size_t count(const std::string &hay, const std::string &needle);
 
 // Each of `needles` occurs in `hay` (a test failure names each one missing).
 void expect_in(const std::string &hay, std::initializer_list<std::string> needles);
+
+// The console script that deploys a new board from the menu with a sampling
+// period of `seconds` (deployed at about 4 s, the first sample 2 s later).
+std::string deploy_script(int seconds);
+
+// A whole file ("" when missing).
+std::string slurp(const std::string &path);
+
+// Starts `args` (a path, or a name looked up in PATH) in a child process that
+// first runs `setup` (its redirections); the child's pid.
+pid_t spawn(const std::vector<std::string> &args, const std::function<void()> &setup = {});
+// fenwa-sim with `args`, its standard streams on /dev/null.
+pid_t start_sim(const std::vector<std::string> &args);
+// Waits for a child: its exit status, or 128 + the signal that ended it.
+int finish(pid_t pid);
 
 } // namespace scenario
 

@@ -4,15 +4,10 @@
 // folder across runs (stops, cuts, the lock, damaged files) and the pty link.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -22,17 +17,21 @@
 #include <vector>
 
 #include "ff.h"
-#include "host_link.h"
-#include "scenario.h"
 #include "hibernate.h"
+#include "host_link.h"
 #include "hw_types.h"
 #include "i2c.h"
 #include "interrupt.h"
+#include "scenario.h"
 #include "sim.h"
 #include "sysctl.h"
+#include "typist.h"
 #include "uart.h"
 
 namespace {
+
+namespace fs = std::filesystem;
+using scenario::slurp;
 
 int g_ticks = 0;
 void count_tick() {
@@ -46,39 +45,6 @@ class SimBoard : public ::testing::Test {
         g_ticks = 0;
     }
     void TearDown() override { sim::reset_board(); }
-};
-
-// A far end of a serial line: sends what it is told at its own rate and
-// records what it receives with the time it arrived.
-class Line : public sim::SerialDevice {
-  public:
-    explicit Line(uint32_t baud) : byte_(sim::kCpuHz * 10 / baud) {}
-    void send(const std::string &s) {
-        uint64_t t = std::max(sim::now_cycles(), free_);
-        for (unsigned char c : s) {
-            t += byte_;
-            out_.push_back({t, c});
-        }
-        free_ = t;
-        sim::line_changed();
-    }
-    uint64_t next_byte_at() override { return out_.empty() ? sim::kNever : out_.front().at; }
-    uint8_t take_byte() override {
-        uint8_t c = out_.front().byte;
-        out_.pop_front();
-        return c;
-    }
-    void receive(uint8_t byte, uint64_t at) override {
-        got += char(byte);
-        at_.push_back(at);
-    }
-    std::string got;
-    std::vector<uint64_t> at_;
-
-  private:
-    uint64_t byte_;
-    uint64_t free_ = 0;
-    std::deque<sim::ScriptByte> out_;
 };
 
 std::string g_rx;
@@ -130,7 +96,7 @@ TEST_F(SimBoard, SysTickRunsEveryMillisecondAndWaitsWhileMasked) {
 }
 
 TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
-    auto line = std::make_shared<Line>(9600);
+    auto line = std::make_shared<sim::Typist>(std::vector<sim::Typist::Step>{}, 5, 9600);
     sim::attach_serial(UART3_BASE, line);
     uart3_9600();
     const uint64_t byte = sim::kCpuHz * 10 / 9600;
@@ -145,10 +111,10 @@ TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
     EXPECT_NE(UARTIntStatus(UART3_BASE, false) & UART_INT_TX, 0u)
         << "a byte left an almost empty FIFO";
     UARTIntClear(UART3_BASE, UART_INT_TX);
+    sim::advance_cycles(byte * 16 + byte / 2);
+    EXPECT_EQ(line->seen, "abcdefghijklmnop");
     sim::advance_ms(30);
-    EXPECT_EQ(line->got, "abcdefghijklmnopq");
-    ASSERT_EQ(line->at_.size(), 17u);
-    EXPECT_NEAR(double(line->at_[16] - line->at_[0]), 16.0 * byte, 100.0);
+    EXPECT_EQ(line->seen, "abcdefghijklmnopq");
     EXPECT_FALSE(UARTBusy(UART3_BASE));
     EXPECT_NE(UARTIntStatus(UART3_BASE, false) & UART_INT_TX, 0u);
 
@@ -156,16 +122,25 @@ TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
     sim::set_irq_handler(INT_UART3, uart3_test_isr);
     UARTIntEnable(UART3_BASE, UART_INT_RX | UART_INT_RT);
     IntEnable(INT_UART3);
-    line->send("hello");
+    line->type("hello");
     sim::advance_cycles(byte * 2 + byte / 2);
     EXPECT_EQ(g_rx, "he");
     sim::advance_ms(10);
     EXPECT_EQ(g_rx, "hello");
     EXPECT_GE(sim::irq_count(INT_UART3), 5u);
+    // a host answering each line the board ends, then giving up after a quiet spell
+    line->reply_per_line({"ok"});
+    line->then_after_quiet("!", 5);
+    UARTCharPutNonBlocking(UART3_BASE, '\r');
+    sim::advance_ms(6);
+    EXPECT_EQ(g_rx, "hellook") << "the last text waits for the quiet spell";
+    sim::advance_ms(10);
+    EXPECT_EQ(g_rx, "hellook!");
+    EXPECT_TRUE(line->done());
 
     // a masked port keeps 16 bytes and loses the rest; a disabled one hears nothing
     IntDisable(INT_UART3);
-    line->send(std::string(20, 'x'));
+    line->type(std::string(20, 'x'));
     sim::advance_ms(30);
     int kept = 0;
     while (UARTCharGetNonBlocking(UART3_BASE) >= 0) {
@@ -173,7 +148,7 @@ TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
     }
     EXPECT_EQ(kept, 16);
     UARTDisable(UART3_BASE);
-    line->send("lost");
+    line->type("lost");
     sim::advance_ms(10);
     UARTEnable(UART3_BASE);
     EXPECT_FALSE(UARTCharsAvail(UART3_BASE));
@@ -186,53 +161,50 @@ TEST_F(SimBoard, FramAnswersWritesAndRepeatedStartReads) {
         while (I2CMasterBusy(I2C0_BASE)) {
             ++polls;
         }
-        return polls;
+        EXPECT_EQ(polls, 1) << cmd;
+        return I2CMasterErr(I2C0_BASE);
+    };
+    // sends `bytes` to 0x50 from a start, ending with a stop when `stop`
+    auto send = [&](std::vector<uint8_t> bytes, bool stop) {
+        I2CMasterSlaveAddrSet(I2C0_BASE, 0x50, false);
+        for (size_t i = 0; i < bytes.size(); ++i) {
+            I2CMasterDataPut(I2C0_BASE, bytes[i]);
+            EXPECT_EQ(step(i == 0                          ? I2C_MASTER_CMD_BURST_SEND_START
+                           : i + 1 == bytes.size() && stop ? I2C_MASTER_CMD_BURST_SEND_FINISH
+                                                           : I2C_MASTER_CMD_BURST_SEND_CONT),
+                      I2C_MASTER_ERR_NONE);
+        }
     };
     I2CMasterInitExpClk(I2C0_BASE, 50000000, false);
     sim::i2c_log_clear();
     uint64_t t0 = sim::now_cycles();
-    const uint8_t w[] = {0x12, 0x34, 0xAA, 0xBB, 0xCC};
-    I2CMasterSlaveAddrSet(I2C0_BASE, 0x50, false);
-    for (size_t i = 0; i < sizeof w; ++i) {
-        I2CMasterDataPut(I2C0_BASE, w[i]);
-        EXPECT_EQ(step(i == 0              ? I2C_MASTER_CMD_BURST_SEND_START
-                       : i + 1 == sizeof w ? I2C_MASTER_CMD_BURST_SEND_FINISH
-                                           : I2C_MASTER_CMD_BURST_SEND_CONT),
-                  1);
-        EXPECT_EQ(I2CMasterErr(I2C0_BASE), I2C_MASTER_ERR_NONE);
-    }
+    send({0x12, 0x34, 0xAA, 0xBB, 0xCC}, true);
     // about 9 bit times at 100 kHz per byte, plus the address
     EXPECT_NEAR(double(sim::now_cycles() - t0) / sim::kCpuHz, 6 * 9 / 100e3, 80e-6);
     EXPECT_EQ(sim::state().fram[0x1234], 0xAA);
     EXPECT_EQ(sim::state().fram[0x1236], 0xCC);
 
-    I2CMasterDataPut(I2C0_BASE, 0x12);
-    step(I2C_MASTER_CMD_BURST_SEND_START);
-    I2CMasterDataPut(I2C0_BASE, 0x34);
-    step(I2C_MASTER_CMD_BURST_SEND_CONT);
+    send({0x12, 0x34}, false);
     I2CMasterSlaveAddrSet(I2C0_BASE, 0x50, true);
     std::string got;
-    step(I2C_MASTER_CMD_BURST_RECEIVE_START);
-    got += char(I2CMasterDataGet(I2C0_BASE));
-    step(I2C_MASTER_CMD_BURST_RECEIVE_CONT);
-    got += char(I2CMasterDataGet(I2C0_BASE));
-    step(I2C_MASTER_CMD_BURST_RECEIVE_FINISH);
-    got += char(I2CMasterDataGet(I2C0_BASE));
+    for (uint32_t cmd : {I2C_MASTER_CMD_BURST_RECEIVE_START, I2C_MASTER_CMD_BURST_RECEIVE_CONT,
+                         I2C_MASTER_CMD_BURST_RECEIVE_FINISH}) {
+        step(cmd);
+        got += char(I2CMasterDataGet(I2C0_BASE));
+    }
     EXPECT_EQ(got, "\xAA\xBB\xCC");
     EXPECT_EQ(sim::i2c_log_text(), "[50 W] 12 34 AA BB CC P [50 W] 12 34 [50 R] AA BB CC P");
 
     // nobody at 0x51
     sim::i2c_log_clear();
     I2CMasterSlaveAddrSet(I2C0_BASE, 0x51, true);
-    step(I2C_MASTER_CMD_SINGLE_RECEIVE);
-    EXPECT_EQ(I2CMasterErr(I2C0_BASE), I2C_MASTER_ERR_ADDR_ACK);
+    EXPECT_EQ(step(I2C_MASTER_CMD_SINGLE_RECEIVE), I2C_MASTER_ERR_ADDR_ACK);
     EXPECT_EQ(I2CMasterDataGet(I2C0_BASE), 0xFFu);
     EXPECT_EQ(sim::i2c_log_text(), "[51 R NACK]");
     EXPECT_FALSE(I2CMasterBusBusy(I2C0_BASE));
 }
 
 TEST_F(SimBoard, CardKeepsShortNamesAndTheFatOpenModes) {
-    namespace fs = std::filesystem;
     FATFS vol;
     FIL f;
     UINT n = 0;
@@ -392,24 +364,12 @@ void crasher() {
     raise(SIGSEGV);
 }
 
-struct TempDir {
-    std::string path;
-    TempDir() {
-        char t[] = "/tmp/fenwa-simtest-XXXXXX";
-        path = mkdtemp(t);
-    }
-    ~TempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path, ec);
-    }
-};
-
 } // namespace
 
 TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
-    TempDir dir;
+    scenario::Board b;
     sim::Options o;
-    o.state_dir = dir.path + "/state";
+    o.state_dir = b.dir();
     o.entry = wake_reporter;
     o.blank_eeprom = true;
     o.rtc = 1000;
@@ -429,12 +389,8 @@ TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
     for (auto e : r.ends) {
         EXPECT_EQ(e, sim::EndReason::Hibernated);
     }
-    std::ifstream bt(o.state_dir + "/board.txt");
-    std::string board((std::istreambuf_iterator<char>(bt)), {});
-    EXPECT_NE(board.find("power = hibernating"), std::string::npos) << board;
-    struct stat sb;
-    ASSERT_EQ(stat((o.state_dir + "/eeprom.bin").c_str(), &sb), 0);
-    EXPECT_EQ(sb.st_size, 4096);
+    scenario::expect_in(slurp(b.dir() + "/board.txt"), {"power = hibernating"});
+    EXPECT_EQ(b.eeprom().size(), 4096u);
 
     // the next run finds it asleep: no time passed, it wakes at its match
     o.rtc = -1;
@@ -460,9 +416,9 @@ TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
 }
 
 TEST(SimSupervisor, ACrashedPowerCycleEndsTheRunWithAnError) {
-    TempDir dir;
+    scenario::Board b;
     sim::Options o;
-    o.state_dir = dir.path + "/state";
+    o.state_dir = b.dir();
     o.entry = crasher;
     o.blank_eeprom = true;
     sim::RunResult r = sim::run(o);
@@ -472,38 +428,9 @@ TEST(SimSupervisor, ACrashedPowerCycleEndsTheRunWithAnError) {
     EXPECT_NE(r.messages.find("crashed"), std::string::npos) << r.messages;
 }
 
-TEST(SimSupervisor, TheProgramProvisionsAFactoryBoard) {
-    TempDir dir;
-    sim::Options o;
-    o.state_dir = dir.path + "/state";
-    o.script = "1 version\\r\n";
-    o.for_seconds = 3;
-    sim::RunResult r = sim::run(o);
-    ASSERT_EQ(r.exit_code, 0) << r.messages;
-    EXPECT_GE(r.cycles, 1);
-    EXPECT_NE(r.output.find("Fenwa v5.0.3 ZEP3 123g revB"), std::string::npos) << r.output;
-    std::ifstream e(o.state_dir + "/eeprom.bin", std::ios::binary);
-    std::string img((std::istreambuf_iterator<char>(e)), {});
-    ASSERT_EQ(img.size(), 4096u);
-    EXPECT_EQ(img.substr(1024 + 600, 28), std::string("Fenwa v5.0.3 ZEP3 123g revB", 28));
-    EXPECT_EQ(img.substr(0, 1024), std::string(1024, '\xFF'));
-    std::ifstream f(o.state_dir + "/fram.bin", std::ios::binary);
-    std::string fram((std::istreambuf_iterator<char>(f)), {});
-    EXPECT_EQ(fram.size(), 32768u);
-    EXPECT_TRUE(std::filesystem::is_directory(o.state_dir + "/card"));
-}
-
 // ---- the state folder across runs ---------------------------------------------
 
 namespace {
-
-// Deploys a new board with a 20 s period; its samples fall 20 s apart.
-const char kDeploy20[] = "1 period 20\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n";
-
-std::string slurp(const std::string &p) {
-    std::ifstream f(p, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(f)), {});
-}
 
 // The card's sample lines must number 0, 1, 2... and, from the second on,
 // lie 20 s apart: what a deployment left alone writes. Returns the count.
@@ -528,51 +455,17 @@ size_t check_grid(const scenario::Board &b) {
     return n;
 }
 
-pid_t start_sim(const std::vector<std::string> &args) {
-    fflush(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
-        int null = open("/dev/null", O_RDWR);
-        dup2(null, 0);
-        dup2(null, 1);
-        dup2(null, 2);
-        std::vector<char *> argv{const_cast<char *>(FENWA_SIM_PATH)};
-        for (auto &a : args) {
-            argv.push_back(const_cast<char *>(a.c_str()));
-        }
-        argv.push_back(nullptr);
-        execv(FENWA_SIM_PATH, argv.data());
-        _exit(127);
-    }
-    return pid;
-}
-
-int wait_sim(pid_t pid) {
-    int status = 0;
-    waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// The pid holding the state folder's lock (0: none) as a second simulator sees it.
-pid_t holder(const std::string &dir) {
-    int fd = open((dir + "/board.txt").c_str(), O_RDWR);
-    if (fd < 0) {
-        return 0;
-    }
-    struct flock fl {};
-    fl.l_type = F_WRLCK;
-    fl.l_whence = SEEK_SET;
-    fl.l_len = 1;
-    fcntl(fd, F_GETLK, &fl);
-    close(fd);
-    return fl.l_type == F_UNLCK ? 0 : fl.l_pid;
-}
-
-bool wait_until(const std::function<bool()> &done) {
-    for (int i = 0; i < 600 && !done(); ++i) {
+// A long fast run on the board, ended by `sig` once it wrote `more` samples:
+// its exit status.
+int interrupted_run(const scenario::Board &b, size_t more, int sig) {
+    size_t n = check_grid(b);
+    pid_t pid = scenario::start_sim({"--state", b.dir(), "--fast", "--for", "1000000"});
+    for (int i = 0; i < 600 && check_grid(b) < n + more; ++i) {
         usleep(50000);
     }
-    return done();
+    EXPECT_GE(check_grid(b), n + more);
+    kill(pid, sig);
+    return scenario::finish(pid);
 }
 
 } // namespace
@@ -581,51 +474,43 @@ TEST(SimStateFolder, AStoppedDeploymentResumesOnItsGrid) {
     // --for ends the run in the middle of the second sample: the board runs
     // on to its hibernation, the next run goes on from there.
     scenario::Board b;
-    auto r = b.run(kDeploy20, 24.5, {"--result", b.dir() + "/../r.txt"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.err.find("the deployed board runs on to its next hibernation"), std::string::npos)
-        << r.err;
+    auto r = b.run(scenario::deploy_script(20), 24.5, {"--result", b.dir() + "/../r.txt"});
+    scenario::expect_in(r.err, {"the deployed board runs on to its next hibernation"});
     std::string summary = slurp(b.dir() + "/../r.txt");
     EXPECT_EQ(summary.substr(0, summary.find("energy_")), // the energy account's keys follow
               "seconds = 26.481157\npower_cycles = 3\nsamples = 2\nstop = time up\n"
               "board = deployed\npower = hibernating\nends = hibernated 3\ncrashed = 0\n"
               "rtc = 26\nexit = 0\n");
-    ASSERT_EQ(b.run("", 70).status, 0);
+    // and the energy account of the deployment
+    scenario::expect_in(summary, {"\nenergy_samples = 2\n", "\nenergy_on_iso_s = ",
+                                  "\nenergy_mAh_per_day = ", "\nenergy_days = "});
+    b.run("", 70);
     EXPECT_EQ(check_grid(b), 5u);
 
     // SIGTERM at whatever instant of a long fast run: the same.
     scenario::Board c;
-    ASSERT_EQ(c.run(kDeploy20, 10).status, 0);
-    pid_t pid = start_sim({"--state", c.dir(), "--fast", "--for", "1000000"});
-    ASSERT_TRUE(wait_until([&] { return check_grid(c) >= 3; }));
-    kill(pid, SIGTERM);
-    EXPECT_EQ(wait_sim(pid), 0);
-    EXPECT_NE(slurp(c.dir() + "/board.txt").find("power = hibernating"), std::string::npos);
+    c.run(scenario::deploy_script(20), 10);
+    EXPECT_EQ(interrupted_run(c, 2, SIGTERM), 0);
+    scenario::expect_in(slurp(c.dir() + "/board.txt"), {"power = hibernating"});
     size_t before = check_grid(c);
-    ASSERT_EQ(c.run("", 100).status, 0);
+    c.run("", 100);
     EXPECT_EQ(check_grid(c), before + 5);
 }
 
 TEST(SimStateFolder, ACutKeepsWhatTheBoardWroteAndTheDeploymentGoesOn) {
     scenario::Board b;
-    ASSERT_EQ(b.run(kDeploy20, 10).status, 0);
+    b.run(scenario::deploy_script(20), 10);
     // the second sample starts at 14 s of this run: a cut half a second in
-    auto r = b.run("", 30, {"--cut-power-at", "14.5", "--result", b.dir() + "/../r.txt"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    std::string res = slurp(b.dir() + "/../r.txt");
-    EXPECT_NE(res.find("stop = power cut\nboard = deployed\npower = awake\n"), std::string::npos)
-        << res;
-    r = b.run("", 60);
-    EXPECT_NE(r.err.find("power was cut while it was awake"), std::string::npos) << r.err;
+    b.run("", 30, {"--cut-power-at", "14.5", "--result", b.dir() + "/../r.txt"});
+    scenario::expect_in(slurp(b.dir() + "/../r.txt"),
+                        {"stop = power cut\nboard = deployed\npower = awake\n"});
+    auto r = b.run("", 60);
+    scenario::expect_in(r.err, {"power was cut while it was awake"});
     EXPECT_GE(check_grid(b), 4u);
     // a SIGKILL at whatever instant: the same
-    pid_t pid = start_sim({"--state", b.dir(), "--fast", "--for", "1000000"});
+    interrupted_run(b, 3, SIGKILL);
     size_t n = check_grid(b);
-    ASSERT_TRUE(wait_until([&] { return check_grid(b) >= n + 3; }));
-    kill(pid, SIGKILL);
-    wait_sim(pid);
-    n = check_grid(b);
-    ASSERT_EQ(b.run("", 200).status, 0);
+    b.run("", 200);
     // the sample in flight when the power went may come again, once
     std::istringstream in(b.cardFile("NONAME.TXT"));
     size_t lines = 0, repeats = 0;
@@ -645,71 +530,65 @@ TEST(SimStateFolder, ACutKeepsWhatTheBoardWroteAndTheDeploymentGoesOn) {
 
 TEST(SimStateFolder, OneSimulatorPerFolder) {
     scenario::Board b;
-    ASSERT_EQ(b.run("1 version\\r\n", 2).status, 0);
-    pid_t pid = start_sim({"--state", b.dir(), "--realtime", "--for", "600"});
-    ASSERT_TRUE(wait_until([&] { return holder(b.dir()) == pid; }));
-    auto r = b.run("1 version\\r\n", 2, {}, 1);
-    EXPECT_EQ(r.err, "fenwa-sim: the state folder " + b.dir() +
-                         " is in use by another fenwa-sim (process " + std::to_string(pid) + ")\n");
-    kill(pid, SIGTERM);
-    EXPECT_EQ(wait_sim(pid), 0);
-    EXPECT_EQ(b.run("1 version\\r\n", 2).status, 0);
+    {
+        hostlink::Session s(b.dir());
+        ASSERT_TRUE(s.line.waitFor("\r\n>", 20)) << s.sim.messages(); // it holds the folder
+        auto r = b.run("1 version\\r\n", 2, {}, 1);
+        EXPECT_EQ(r.err, "fenwa-sim: the state folder " + b.dir() +
+                             " is in use by another fenwa-sim (process " +
+                             std::to_string(s.sim.pid()) + ")\n");
+        EXPECT_EQ(s.sim.stop(), 0);
+    }
+    b.run("1 version\\r\n", 2);
 }
 
 TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
-    namespace fs = std::filesystem;
     auto set_line = [](const std::string &dir, const std::string &key, const std::string &v) {
         std::string t = slurp(dir + "/board.txt");
         size_t a = t.find("\n" + key + " = ") + 1, e = t.find('\n', a);
         std::ofstream(dir + "/board.txt") << t.substr(0, a) + key + " = " + v + t.substr(e);
     };
-    auto resize = [](const std::string &p, size_t n) { fs::resize_file(p, n); };
+    // a refused folder (status 1) keeps its damage; otherwise both images
+    // have their sizes again
     struct Case {
         std::function<void(const std::string &)> damage;
         int status;
         std::string file, message; // file: the state file named
-        uintmax_t eeprom, fram;    // sizes afterwards
     } cases[] = {
         {[&](auto &d) { set_line(d, "rtc", "noon"); }, 0, "board.txt",
-         ": \"rtc = noon\" is not a number: the clock starts at 0 (1970) and a power-on start",
-         4096, 32768},
+         ": \"rtc = noon\" is not a number: the clock starts at 0 (1970) and a power-on start"},
         {[&](auto &d) { set_line(d, "power", "asleep"); }, 0, "board.txt",
-         ": power = \"asleep\" is not hibernating, awake or off: a power-on start", 4096, 32768},
+         ": power = \"asleep\" is not hibernating, awake or off: a power-on start"},
         {[](auto &d) { fs::remove(d + "/board.txt"); }, 0, "board.txt",
-         " is missing or empty: a power-on start", 4096, 32768},
-        {[&](auto &d) { resize(d + "/eeprom.bin", 100); }, 0, "eeprom.bin",
-         " is 100 bytes, not 4096: erased bytes fill it", 4096, 32768},
-        {[&](auto &d) { resize(d + "/fram.bin", 40000); }, 0, "fram.bin",
-         " is 40000 bytes, not 32768: the bytes past 32768 are cut off", 4096, 32768},
+         " is missing or empty: a power-on start"},
+        {[](auto &d) { fs::resize_file(d + "/eeprom.bin", 100); }, 0, "eeprom.bin",
+         " is 100 bytes, not 4096: erased bytes fill it"},
+        {[](auto &d) { fs::resize_file(d + "/fram.bin", 40000); }, 0, "fram.bin",
+         " is 40000 bytes, not 32768: the bytes past 32768 are cut off"},
         {[](auto &d) { fs::remove(d + "/fram.bin"); }, 0, "fram.bin",
-         " is missing: a zeroed FRAM is written (the firmware assigns its defaults)", 4096, 32768},
+         " is missing: a zeroed FRAM is written (the firmware assigns its defaults)"},
         {[](auto &d) { fs::remove(d + "/eeprom.bin"); }, 0, "eeprom.bin",
-         " is missing: a factory EEPROM is written", 4096, 32768},
-        {[](auto &d) {
-             fs::remove(d + "/eeprom.bin");
-             fs::create_directory(d + "/eeprom.bin");
-         },
-         1, "eeprom.bin",
-         " is not a regular file (a folder): the board's state cannot be kept; move it away", 0,
-         32768},
+         " is missing: a factory EEPROM is written"},
+        {[](auto &d) { fs::remove(d + "/eeprom.bin"), fs::create_directory(d + "/eeprom.bin"); }, 1,
+         "eeprom.bin",
+         " is not a regular file (a folder): the board's state cannot be kept; move it away"},
     };
     for (auto &c : cases) {
         scenario::Board b;
-        ASSERT_EQ(b.run("1 period 33\\r\n", 2).status, 0);
+        b.run("1 period 33\\r\n", 2);
         c.damage(b.dir());
         auto r = b.run("1 getperiod\\r\n", 2, {}, c.status);
-        EXPECT_NE(r.err.find("fenwa-sim: " + b.dir() + "/" + c.file + c.message), std::string::npos)
-            << r.err;
+        scenario::expect_in(r.err, {"fenwa-sim: " + b.dir() + "/" + c.file + c.message});
         std::error_code ec;
-        EXPECT_EQ(fs::file_size(b.dir() + "/eeprom.bin", ec), c.eeprom ? c.eeprom : uintmax_t(-1));
-        EXPECT_EQ(fs::file_size(b.dir() + "/fram.bin", ec), c.fram);
+        EXPECT_EQ(fs::file_size(b.dir() + "/eeprom.bin", ec), c.status ? uintmax_t(-1) : 4096);
+        EXPECT_EQ(fs::file_size(b.dir() + "/fram.bin", ec), 32768u);
         for (auto &e : fs::directory_iterator(b.dir())) {
             EXPECT_TRUE(e.path().extension() != ".tmp") << e.path();
         }
     }
     // no folder can be made where a file is
     scenario::Board b;
-    ASSERT_EQ(b.run("1 version\\r\n", 1).status, 0);
+    b.run("1 version\\r\n", 1);
     auto r = b.run("1 version\\r\n", 1, {"--state", b.dir() + "/eeprom.bin/x"}, 1);
     EXPECT_EQ(
         r.err.rfind("fenwa-sim: cannot create the state folder " + b.dir() + "/eeprom.bin/x: ", 0),
@@ -720,8 +599,6 @@ TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
 // ---- the host link over the pty ---------------------------------------------------
 
 namespace {
-
-using PtyLine = hostlink::Line;
 
 // Lines of 40 bytes, numbered.
 std::string numbered_lines(int n, const std::string &end) {
@@ -736,7 +613,7 @@ std::string numbered_lines(int n, const std::string &end) {
 
 // Types `command`, stops reading for a while once `marker` came, then reads
 // on until `end`: what came in between is all there.
-std::string paused_read(PtyLine &line, const std::string &command, const std::string &marker,
+std::string paused_read(hostlink::Line &line, const std::string &command, const std::string &marker,
                         const std::string &end) {
     hostlink::typeSlowly(line, command);
     EXPECT_TRUE(line.waitFor(marker, 20)) << line.transcript().substr(0, 500);
@@ -748,94 +625,73 @@ std::string paused_read(PtyLine &line, const std::string &command, const std::st
 } // namespace
 
 TEST(SimHostLink, AClientThatStopsReadingGetsEveryByteAfterwards) {
-    namespace fs = std::filesystem;
     // "cat" of a 100 kB file from the card command line
     scenario::Board idle;
     fs::create_directories(idle.dir() + "/card");
     std::string big = numbered_lines(2600, "\n");
     std::ofstream(idle.dir() + "/card/BIG.TXT", std::ios::binary) << big;
     {
-        hostlink::Instrument sim({FENWA_SIM_PATH, "--state", idle.dir(), "--pty"}, nullptr,
-                                 idle.dir());
-        PtyLine line(sim.ptyPath());
-        ASSERT_TRUE(line.waitFor("\r\n>", 20)) << sim.messages();
-        hostlink::typeSlowly(line, "\r\r\r\rx");
-        ASSERT_TRUE(line.waitFor("Enter Selection: ", 10));
-        hostlink::typeSlowly(line, "5\r");
-        ASSERT_TRUE(line.waitFor("> ", 10));
+        hostlink::Session s(idle.dir());
+        ASSERT_TRUE(s.cardCommandLine()) << s.sim.messages() << s.line.transcript();
         std::string crlf;
         for (char c : big) {
             crlf += c == '\n' ? "\r\n" : std::string(1, c);
         }
-        std::string t = paused_read(line, "cat big.txt\r", "line 00200", "\r\n/> ");
+        std::string t = paused_read(s.line, "cat big.txt\r", "line 00200", "\r\n/> ");
         EXPECT_NE(t.find("cat big.txt\r\n\r" + crlf), std::string::npos);
-        EXPECT_EQ(sim.stop(), 0);
+        EXPECT_EQ(s.sim.stop(), 0);
     }
     // "gdata" of a deployed board's 40 kB data file
     scenario::Board deployed;
-    ASSERT_EQ(
-        deployed
-            .run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n", 10)
-            .status,
-        0);
+    deployed.run(scenario::deploy_script(600), 10);
     std::string data = numbered_lines(1000, "\r\n");
     std::ofstream(deployed.dir() + "/card/NONAME.TXT", std::ios::binary) << data;
     auto fram = deployed.fram();
     std::memset(fram.data() + 64 + 8, 0, 4); // gdata from the file's start
     deployed.writeFram(fram);
-    hostlink::Instrument sim({FENWA_SIM_PATH, "--state", deployed.dir(), "--pty"}, nullptr,
-                             deployed.dir());
-    PtyLine line(sim.ptyPath());
-    hostlink::typeSlowly(line, "\r"); // wakes the board (and is lost)
+    hostlink::Session s(deployed.dir());
+    hostlink::typeSlowly(s.line, "\r"); // wakes the board (and is lost)
     std::this_thread::sleep_for(std::chrono::seconds(1));
-    std::string t = paused_read(line, "gdata\r", "line 00100", "line 00999 ");
-    ASSERT_TRUE(line.waitFor("\r\n", 5));
-    EXPECT_NE(line.transcript().find("gdata\r\n\r" + data), std::string::npos);
-    EXPECT_EQ(sim.stop(), 0);
+    paused_read(s.line, "gdata\r", "line 00100", "line 00999 ");
+    ASSERT_TRUE(s.line.waitFor("\r\n", 5));
+    EXPECT_NE(s.line.transcript().find("gdata\r\n\r" + data), std::string::npos);
+    EXPECT_EQ(s.sim.stop(), 0);
 }
 
 TEST(SimHostLink, YmodemWithLrzszOnThePty) {
-    namespace fs = std::filesystem;
     if (!hostlink::have("sb") || !hostlink::have("rb")) {
         GTEST_SKIP() << "lrzsz (sb, rb) is not installed: scripts/setup.sh installs it";
     }
     scenario::Board b;
     fs::create_directories(b.dir() + "/card");
-    hostlink::Instrument sim({FENWA_SIM_PATH, "--state", b.dir(), "--pty"}, nullptr, b.dir());
-    PtyLine line(sim.ptyPath());
-    ASSERT_TRUE(line.waitFor("\r\n>", 20)) << sim.messages();
-    hostlink::typeSlowly(line, "\r\r\r\rx");
-    ASSERT_TRUE(line.waitFor("Enter Selection: ", 10));
-    hostlink::typeSlowly(line, "5\r");
-    ASSERT_TRUE(line.waitFor("> ", 10));
+    hostlink::Session s(b.dir());
+    ASSERT_TRUE(s.cardCommandLine()) << s.sim.messages() << s.line.transcript();
+    hostlink::Line &line = s.line;
     std::string host = fs::path(b.dir()).parent_path().string();
     for (int round = 0; round < 2; round++) {
         // card -> host
-        std::string name = "f" + std::to_string(round) + ".txt";
+        const std::string n = std::to_string(round), name = "f" + n + ".txt";
         std::string data = numbered_lines(40 + 60 * round, "\r\n");
         std::ofstream(b.dir() + "/card/" + name, std::ios::binary) << data;
         hostlink::typeSlowly(line, "ys " + name + "\r");
         ASSERT_TRUE(line.waitFor(" bytes...\r\n", 10)) << line.transcript();
         std::this_thread::sleep_for(std::chrono::milliseconds(1200));
-        std::string down = host + "/down" + std::to_string(round);
+        const std::string down = host + "/down" + n, up = host + "/up" + n;
         fs::create_directories(down);
         EXPECT_EQ(hostlink::runTool({"rb", "-q"}, down, line.path(), 60), 0);
         EXPECT_EQ(slurp(down + "/" + name), data);
         // host -> card
-        std::string up = host + "/up" + std::to_string(round);
         fs::create_directories(up);
-        std::ofstream(up + "/u" + std::to_string(round) + ".bin", std::ios::binary) << data;
+        std::ofstream(up + "/u" + n + ".bin", std::ios::binary) << data;
         hostlink::typeSlowly(line, "\r");
         ASSERT_TRUE(line.waitFor("> ", 15));
         hostlink::typeSlowly(line, "yr\r");
         ASSERT_TRUE(line.waitFor("Ymodem rcv:\r\n", 10)) << line.transcript();
-        EXPECT_EQ(hostlink::runTool({"sb", "-k", "-q", "u" + std::to_string(round) + ".bin"}, up,
-                                    line.path(), 60),
-                  0);
+        EXPECT_EQ(hostlink::runTool({"sb", "-k", "-q", "u" + n + ".bin"}, up, line.path(), 60), 0);
         // the command right after is answered
         hostlink::typeSlowly(line, "ls\r");
-        EXPECT_TRUE(line.waitFor("U" + std::to_string(round) + ".BIN", 15)) << line.transcript();
-        EXPECT_EQ(fs::file_size(b.dir() + "/card/U" + std::to_string(round) + ".BIN"), data.size());
+        EXPECT_TRUE(line.waitFor("U" + n + ".BIN", 15)) << line.transcript();
+        EXPECT_EQ(fs::file_size(b.dir() + "/card/U" + n + ".BIN"), data.size());
         ASSERT_TRUE(line.waitFor("> ", 15));
     }
 }

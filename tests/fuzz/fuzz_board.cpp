@@ -116,13 +116,32 @@ void check_records() {
     }
 }
 
+std::shared_ptr<sim::Typist> console_host(const uint8_t *data, size_t size,
+                                          const std::string &closing, double quietMs) {
+    auto host = std::make_shared<sim::Typist>();
+    if (size > 0) {
+        host->type(std::string(reinterpret_cast<const char *>(data), size));
+    }
+    host->then_after_quiet(closing, quietMs);
+    sim::attach_serial(UART0_BASE, host);
+    return host;
+}
+
+std::vector<std::string> split(const uint8_t *data, size_t size, char sep) {
+    std::vector<std::string> out(1);
+    for (size_t i = 0; i < size; i++) {
+        if (char(data[i]) == sep) {
+            out.emplace_back();
+        } else {
+            out.back() += char(data[i]);
+        }
+    }
+    return out;
+}
+
 void card_put(const char *name, const uint8_t *data, size_t size) {
     std::ofstream f(fs::path(card()) / name, std::ios::binary | std::ios::trunc);
     f.write(reinterpret_cast<const char *>(data), std::streamsize(size));
-}
-
-std::string console() {
-    return sim::console_take();
 }
 
 } // namespace fuzz

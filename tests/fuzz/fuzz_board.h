@@ -6,7 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
+
+#include "typist.h"
 
 namespace fuzz {
 
@@ -21,8 +25,12 @@ void bounded(double seconds, const std::function<void()> &fn);
 void check_records();
 // Writes bytes to a file on the board's card.
 void card_put(const char *name, const uint8_t *data, size_t size);
-// Console output so far (drained, so it cannot grow without bound).
-std::string console();
+// The host on the console line: types `size` bytes at once, then `closing`
+// `quietMs` after the last of them (a host giving up).
+std::shared_ptr<sim::Typist> console_host(const uint8_t *data, size_t size,
+                                          const std::string &closing, double quietMs);
+// Splits fuzz bytes into chunks at `sep`.
+std::vector<std::string> split(const uint8_t *data, size_t size, char sep);
 
 } // namespace fuzz
 

@@ -4,14 +4,10 @@
 // for an answer.
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 #include "fuzz_board.h"
-#include "line.h"
-#include "sim.h"
 
 #include "host/serial.h"
-#include "uart.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size > 2048) {
@@ -28,9 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         rx0.indx = uint32_t(n);
         // a transfer a line starts waits for its sender: none comes, and the
         // far end cancels after a quiet spell
-        sim::attach_serial(UART0_BASE,
-                           std::make_shared<fuzz::Line>(std::vector<std::string>{}, false,
-                                                        "\x18\x18\x18\x18\x18", 12000));
+        fuzz::console_host(nullptr, 0, "\x18\x18\x18\x18\x18", 12000);
         fuzz::bounded(600, [] { parse_rx0_buf(); });
     }
     fuzz::check_records();

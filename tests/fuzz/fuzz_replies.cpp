@@ -4,7 +4,6 @@
 #include <memory>
 
 #include "fuzz_board.h"
-#include "line.h"
 #include "sim.h"
 
 #include "board/uart3.h"
@@ -26,7 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     sys_data.data_cfg[CFG_UART3_INST] = k.ctd ? 0 : k.type;
     sys_data.data_cfg[CFG_UART4_INST] = k.ctd ? k.type : 0;
     ctd = ctdDriver{};
-    auto line = std::make_shared<fuzz::Line>(fuzz::split(data + 1, size - 1, '\xff'), true);
+    std::vector<std::string> replies = fuzz::split(data + 1, size - 1, '\xff');
+    auto line = std::make_shared<sim::Typist>();
+    line->type(replies[0]);
+    line->reply_per_line({replies.begin() + 1, replies.end()});
     sim::attach_serial(k.ctd ? UART4_BASE : UART3_BASE, line);
     int (*machine)(int) = k.ctd ? uart4_stateMachine : uart3_stateMachine;
     fuzz::bounded(120, [&] {
