@@ -3,35 +3,13 @@
 // block, "init", the record transfer; then whole float-controller sessions
 // through the simulator program: confirmed and unconfirmed CTD values, the
 // header for modes 1 and 2, the record across power cycles, bad host input.
-#include <gtest/gtest.h>
+#include "console_bench.h"
 
-#include "sim.h"
-
-#include <cstring>
-#include <ctime>
 #include <regex>
-#include <string>
 
-#include "board/board_util.h"
-#include "board/i2c0.h"
-#include "board/i2c_fram.h"
-#include "board/uartstdio.h"
-#include "core/main.h"
-#include "core/system.h"
-#include "ff.h"
-#include "files/microsd.h"
-#include "hibernate.h"
-#include "host/apf_util.h"
-#include "host/serial.h"
-#include "host/serial_cmd_fxn.h"
 #include "host/spectrometer.h"
-#include "interrupt.h"
-#include "scenario.h"
-#include "sysctl.h"
 
 namespace {
-
-using bench::take;
 
 bool ends_with(const std::string &s, const std::string &tail) {
     return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
@@ -43,8 +21,6 @@ std::string fixed_build_line(const std::string &s) {
         R"(H, App Build        Date , [A-Z][a-z]{2} [ \d]\d \d{4}, \d\d:\d\d:\d\d\r\n)");
     return std::regex_replace(s, kBuild, "H, App Build        Date , <build>\r\n");
 }
-
-constexpr uint32_t kNewYearsEve = 1735689599; // 12/31/24 23:59:59 UTC
 
 // The pH record line: check word, then the record (date and 19 numbers).
 const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)"
@@ -60,65 +36,17 @@ bool crc_ok(const std::smatch &m) {
     return std::stoul(m[1].str(), nullptr, 16) == crc;
 }
 
-class Apf : public ::testing::Test {
+class Apf : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
-        i2c0_init();
-        memset(&sys_data, 0, sizeof(sys_data));
+        ConsoleBench::SetUp();
         sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 1;
-        strcpy(sys_data.fileName, "noname.txt");
-        memset(&sys_samp, 0, sizeof(sys_samp));
-        sys_samp.initNum = SYS_SAMP_INIT_NUM;
-        memset(&rx0, 0, sizeof(rx0));
-        apf_set_m2m_timeout();
-        mmsDbgFlg = 0;
-        Zcoefs = 0;
-        memset(ZeissCoefs, 0, sizeof(ZeissCoefs));
-        HibernateRTCSet(kNewYearsEve);
-        UARTEchoSet(0);
         init_uSDCard();
-        memset(&apf, 0, sizeof(apf));
         SetDefaultsIntoNVRAM(); // as on a new board (logs its own -116)
-        apf.sys_error_ctr = 0;
-        apf.sys_last_error = 0;
+        apf.sys_error_ctr = apf.sys_last_error = 0;
         apf.sys_error_time = 0;
         f_unlink("ERROR.LOG");
         take();
-    }
-
-    // A whole line through the receiver, as a host types it; runs until
-    // `ms` of simulated time have passed.
-    std::string type(const std::string &bytes, uint32_t ms = 100) {
-        sim::console_feed(bytes);
-        uint32_t t0 = Timer_1ms(0);
-        while (Timer_1ms(0) - t0 < ms) {
-            if (handle_m2m_comm() == 0) {
-                SysCtlSleep();
-            }
-        }
-        return take();
-    }
-
-    // Reply to one line, without the echo and the prompt around it.
-    std::string reply(const std::string &line, uint32_t ms = 100) {
-        m2m_statemachine_init(); // a command that ended the awake period left its line
-        take();
-        std::string out = type(line + "\r", ms);
-        size_t from = out.find(line + "\r\n");
-        if (from != std::string::npos) {
-            out = out.substr(from + line.size() + 2);
-        }
-        if (out.size() >= 3 && out.compare(out.size() - 3, 3, "\r\n>") == 0) {
-            out.resize(out.size() - 3);
-        }
-        return out;
-    }
-
-    apfGlobals stored() {
-        apfGlobals a;
-        fram_read(FRAM_ADDR_APF_VARS, reinterpret_cast<uint8_t *>(&a), sizeof(a));
-        return a;
     }
 
     // A spectrometer calibration for the tests: lambda = 190 nm + 1 nm per cell.
@@ -246,22 +174,19 @@ TEST_F(Apf, CtdValuesCountOnlyWhenTheHostConfirms) {
     const std::string echo = "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\n";
     struct Case {
         const char *answer; // typed after the echo
-        const char *dbg;    // what the wait shows
+        std::string dbg;    // what the wait shows
         bool valid;
     };
+    const std::string ack = "DBG: good char A\r\nDBG: good char C\r\n";
+    const std::string ackK = ack + "DBG: good char K\r\n";
     const Case cases[] = {
-        {"ACK\r", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
-         true},
-        {"ack", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
-         true},
+        {"ACK\r", ackK + "DBG: good ACK\r\n", true},
+        {"ack", ackK + "DBG: good ACK\r\n", true},
         {"NAK\r",
          "DBG: good char N\r\nDBG: good char A\r\nDBG: good char K\r\nDBG: illegal char \r", false},
-        {"AC1", "DBG: good char A\r\nDBG: good char C\r\nDBG: illegal char 1", false},
-        {"ACKS", "DBG: good char A\r\nDBG: good char C\r\nDBG: good char K\r\nDBG: good ACK\r\n",
-         true},
-        {"ACXK",
-         "DBG: good char A\r\nDBG: good char C\r\nDBG: good char X\r\nDBG: string too big, K",
-         false},
+        {"AC1", ack + "DBG: illegal char 1", false},
+        {"ACKS", ackK + "DBG: good ACK\r\n", true},
+        {"ACXK", ack + "DBG: good char X\r\nDBG: string too big, K", false},
         {"", "", false}, // nothing within 3 s
     };
     uint16_t errors = 0;
@@ -435,51 +360,33 @@ TEST_F(Apf, HeaderBlockLines) {
     apf.isus_lamp_evt = 12;
     apf.dura_sample_ctr = 151;
     strcpy(sys_data.board_SN, "Z3-0042");
-    const std::string general = "H, Datalogger Serial Num , SN:0777\r\n"
-                                "H, Application      Name , FENWA.BIN\r\n"
-                                "H, App Build        Date , <build>\r\n"
-                                "H, Power Up Time   (GMT) , 12/31/2024 23:58:59\r\n"
-                                "H, Current  Time   (GMT) , 12/31/2024 23:59:59\r\n"
-                                "H, Alarm    Time   (GMT) , 01/01/1970 00:00:00\r\n"
-                                "H, Power Active  Timeout , 10\r\n"
-                                "H, ZEP3 Info, S/N:Z3-0042- Seawick:Fenwa v5.0.3 ZEP3 123g revB\r\n"
-                                "H, Compact FLASH    Size , 2097152\r\n"
-                                "H, Compact FLASH    Left , 100.00%\r\n"
-                                "H, Power Cycle   Counter , 3\r\n"
-                                "H, System Reset  Counter , 8\r\n"
-                                "H, System Error  Counter , 2\r\n"
-                                "H, Last System     Error , 65426\r\n"
-                                "H, Last System ErrorTime , 01/01/1970 19:29:56\r\n";
+    const std::string general =
+        "H, Datalogger Serial Num , SN:0777\r\nH, Application      Name , FENWA.BIN\r\n"
+        "H, App Build        Date , <build>\r\nH, Power Up Time   (GMT) , 12/31/2024 23:58:59\r\n"
+        "H, Current  Time   (GMT) , 12/31/2024 23:59:59\r\n"
+        "H, Alarm    Time   (GMT) , 01/01/1970 00:00:00\r\nH, Power Active  Timeout , 10\r\n"
+        "H, ZEP3 Info, S/N:Z3-0042- Seawick:Fenwa v5.0.3 ZEP3 123g revB\r\n"
+        "H, Compact FLASH    Size , 2097152\r\nH, Compact FLASH    Left , 100.00%\r\n"
+        "H, Power Cycle   Counter , 3\r\nH, System Reset  Counter , 8\r\n"
+        "H, System Error  Counter , 2\r\nH, Last System     Error , 65426\r\n"
+        "H, Last System ErrorTime , 01/01/1970 19:29:56\r\n";
     const std::string nitrate =
-        "H, ISUS  Error   Counter , 1\r\n"
-        "H, Last ISUS       Error , -250\r\n"
-        "H, Last ISUS Error  Time , 12/31/2024 22:59:59\r\n"
-        "H, ISUS Sample   Counter , 0\r\n"
-        "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\n"
-        "H, Fiberlite    Odometer , 03:25:07\r\n"
-        "H, Fiberlite      Cycles , 12\r\n"
-        "H, Spec Intensity LampON , 5000\r\n"
-        "H, Spec Integration Time , 1000\r\n"
-        "H, Spec Pre  scans taken , 2\r\n"
-        "H, Spec Lite scans taken , 3\r\n"
-        "H, Spec Dark scans taken , 1\r\n"
-        "H, Zceof File    Error   , ZCoefs = 0\r\n"
-        "H, Eceof File    Error   , ECoefs = 0\r\n"
-        "H, Sw Calibration   Temp , 0.00\r\n"
-        "H, Wavelength Fit  Range , 0.000 <-> 0.000\r\n"
-        "H, Pixel Fit       Range , 17 <-> 87\r\n"
-        "H, Fitted Concentrations , 2\r\n"
-        "H, Baseline        Model , (ax + b)\r\n"
-        "H, Br Temp  Compensation , ENABLED\r\n"
+        "H, ISUS  Error   Counter , 1\r\nH, Last ISUS       Error , -250\r\n"
+        "H, Last ISUS Error  Time , 12/31/2024 22:59:59\r\nH, ISUS Sample   Counter , 0\r\n"
+        "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\nH, Fiberlite    Odometer , 03:25:07\r\n"
+        "H, Fiberlite      Cycles , 12\r\nH, Spec Intensity LampON , 5000\r\n"
+        "H, Spec Integration Time , 1000\r\nH, Spec Pre  scans taken , 2\r\n"
+        "H, Spec Lite scans taken , 3\r\nH, Spec Dark scans taken , 1\r\n"
+        "H, Zceof File    Error   , ZCoefs = 0\r\nH, Eceof File    Error   , ECoefs = 0\r\n"
+        "H, Sw Calibration   Temp , 0.00\r\nH, Wavelength Fit  Range , 0.000 <-> 0.000\r\n"
+        "H, Pixel Fit       Range , 17 <-> 87\r\nH, Fitted Concentrations , 2\r\n"
+        "H, Baseline        Model , (ax + b)\r\nH, Br Temp  Compensation , ENABLED\r\n"
         "H, Bromide Term in Model , will be FIXED (to external CTD value)\r\n";
-    const std::string ph = "H, DURA  Error   Counter , 0\r\n"
-                           "H, Last DURA       Error , 0\r\n"
-                           "H, Last DURA Error  Time , 01/01/1970 00:00:00\r\n"
-                           "H, DURA Sample   Counter , 151\r\n"
-                           "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\n"
-                           "H, AtoD Reads per Sample , 10\r\n"
-                           "H, AtoD Reading    Delay , 100\r\n"
-                           "H, Samps per AtoD  Recal , 250\r\n";
+    const std::string ph =
+        "H, DURA  Error   Counter , 0\r\nH, Last DURA       Error , 0\r\n"
+        "H, Last DURA Error  Time , 01/01/1970 00:00:00\r\nH, DURA Sample   Counter , 151\r\n"
+        "H, Last Sample Rec. Time , 01/01/1970 00:00:00\r\nH, AtoD Reads per Sample , 10\r\n"
+        "H, AtoD Reading    Delay , 100\r\nH, Samps per AtoD  Recal , 250\r\n";
     auto header = [&](int smode) {
         HibernateRTCSet(kNewYearsEve);
         print_write_isusdura_header(1, 0, smode, nullptr);
@@ -632,30 +539,28 @@ std::string answer(const std::string &out, const std::string &cmd, size_t from =
 
 constexpr uint32_t kStart = 1735689000; // 12/31/2024 23:50:00
 
+// A 32-bit field of the float controller's record in a FRAM image.
+uint32_t fram_field(const std::vector<uint8_t> &f, size_t off) {
+    return scenario::u32(f, FRAM_ADDR_APF_VARS + off);
+}
+
+// Script lines typing `lines` one a second from `t` on.
+std::string each_second(int t, std::initializer_list<const char *> lines) {
+    std::string s;
+    for (const char *l : lines) {
+        s += std::to_string(t++) + " " + l + "\\r\n";
+    }
+    return s;
+}
+
 TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     scenario::Board b;
-    auto r = b.run("1 sleep\\r\n"
-                   "5 \\r\n" // wakes the board; the byte itself is lost
-                   "7 q\\r\n"
-                   "8 type,3\\r\n"
-                   "9 mode,2\\r\n"
-                   "10 mode,?\\r\n"
-                   "11 ctd,1727464446,20.0000,35.0000,-5.00\\r\n"
-                   "12 ACK\\r\n"
-                   "13 ctd,?\\r\n"
-                   "14 rtc,1727464426\\r\n"
-                   "15 rtc,?\\r\n"
-                   "16 t2\\r\n"
-                   "26 sl\\r\n"
-                   "27 s\\r\n"
-                   "28 e\\r\n"
-                   "29 p\\r\n"
-                   "30 t\\r\n"
-                   "31 c\\r\n"
-                   "34 tint,400\\r\n"
-                   "35 bake,10\\r\n"
-                   "36 init\\r\n"
-                   "37 off\\r\n",
+    auto r = b.run("1 sleep\\r\n5 \\r\n" // wakes the board; the byte itself is lost
+                       + each_second(7, {"q", "type,3", "mode,2", "mode,?",
+                                         "ctd,1727464446,20.0000,35.0000,-5.00", "ACK", "ctd,?",
+                                         "rtc,1727464426", "rtc,?", "t2"}) +
+                       each_second(26, {"sl", "s", "e", "p", "t", "c"}) +
+                       each_second(34, {"tint,400", "bake,10", "init", "off"}),
                    45, {"--rtc", std::to_string(kStart)});
     const std::string &o = r.out;
     EXPECT_EQ(answer(o, "ctd,1727464446,20.0000,35.0000,-5.00"),
@@ -689,11 +594,10 @@ TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     EXPECT_NE(file.find(m[2].str() + "\n"), std::string::npos);
     // FRAM keeps what the session set; "init" cleared the counters.
     auto f = b.fram();
-    const size_t a = FRAM_ADDR_APF_VARS;
-    EXPECT_EQ(f[a + offsetof(apfGlobals, sys_sensor_type)], 3);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, isus_spec_period)), 400u);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, dura_sample_ctr)), 0u);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_ctr)), 0u);
+    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 3);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 400u);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, dura_sample_ctr)), 0u);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 0u);
     EXPECT_EQ(b.cardFile("ERROR.LOG"), "");
 }
 
@@ -707,38 +611,30 @@ TEST(ApfSession, RecordSurvivesPowerCycles) {
     const std::string &o = r.out;
     // Each start counts one reset and notes its time; the settings stay,
     // the mode starts at 1 again.
-    size_t p1 = o.find(">p\r\n");
-    EXPECT_EQ(answer(o, "p", p1), "ACK,P,0,2," + std::to_string(kStart + 10));
     EXPECT_EQ(answer(o, "q"), "ACK,Q,2");
     EXPECT_EQ(answer(o, "tint,?"), "TINT,?,123");
     EXPECT_EQ(answer(o, "mode,?"), "ACK,MODE?,1");
-    size_t p2 = o.find(">p\r\n", p1 + 1);
-    EXPECT_EQ(answer(o, "p", p2), "ACK,P,0,3," + std::to_string(kStart + 20));
-    size_t p3 = o.find(">p\r\n", p2 + 1);
-    EXPECT_EQ(answer(o, "p", p3), "ACK,P,0,0," + std::to_string(kStart + 20)); // after init
-    size_t p4 = o.find(">p\r\n", p3 + 1);
-    EXPECT_EQ(answer(o, "p", p4), "ACK,P,0,1," + std::to_string(kStart + 30));
+    // Power-up times: start + 10, 20, 20 (the third "p" follows "init") and 30 s.
+    size_t p = 0;
+    for (const char *want :
+         {"0,2,1735689010", "0,3,1735689020", "0,0,1735689020", "0,1,1735689030"}) {
+        p = o.find(">p\r\n", p + 1);
+        EXPECT_EQ(answer(o, "p", p), std::string("ACK,P,") + want);
+    }
     auto f = b.fram();
-    const size_t a = FRAM_ADDR_APF_VARS;
-    EXPECT_EQ(f[a + offsetof(apfGlobals, sys_sensor_type)], 2);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, isus_spec_period)), 123u);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_ctr)), 1u);
-    EXPECT_EQ(scenario::u32(f, a + offsetof(apfGlobals, sys_reset_time)), kStart + 30);
+    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 2);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 123u);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 1u);
+    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_time)), kStart + 30);
 }
 
 TEST(ApfSession, BadHostInputNeverBlocksTheLink) {
     scenario::Board b;
     std::string longLine = "tint,12" + std::string(70, '9');
+    // No "ACK" ever comes for the first "ctd"; a letter, then garbage for the second.
     auto r = b.run("5 " + longLine +
-                       "\\r\n"
-                       "6 \\x01\\xff\\x80mode,1\\r\n"
-                       "7 ctd,1,2,3,4\\r\n" // no "ACK" ever comes
-                       "11 w\\r\n"
-                       "12 ctd,1,2,3,4\\r\n"
-                       "13 A\\x07\\r\n" // a letter, then garbage
-                       "14 w\\r\n"
-                       "15 spectra,300,310\\r\n"
-                       "16 w\\r\n",
+                       "\\r\n6 \\x01\\xff\\x80mode,1\\r\n7 ctd,1,2,3,4\\r\n11 w\\r\n"
+                       "12 ctd,1,2,3,4\\r\n13 A\\x07\\r\n14 w\\r\n15 spectra,300,310\\r\n16 w\\r\n",
                    20);
     const std::string &o = r.out;
     // 63 characters are kept: the value is still cut at six digits.
