@@ -312,21 +312,14 @@ TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
     EXPECT_EQ(reply("init"), "ACK,INIT\r\n");
     apfGlobals expect = before;
     expect.isus_fit_concs = 2;
-    expect.isus_tcomp_mode = 1;
-    expect.sys_watchdog_enable = 1;
+    expect.isus_tcomp_mode = expect.sys_watchdog_enable = expect.sys_data_mode = 1;
     expect.sys_ef_limit = 128;
     expect.sys_df_limit = 5;
     expect.sys_apf_tmout = 10;
-    expect.sys_data_mode = 1;
-    expect.sendlast_byteCnt = 0;
-    expect.sys_message_enable = 0;
-    expect.isus_salfit_mode = 0;
-    expect.dura_led_enable = 0;
-    expect.sys_por_ctr = 0;
-    expect.sys_reset_ctr = 0;
-    expect.isus_error_ctr = expect.isus_error_time = 0;
-    expect.isus_sample_ctr = expect.isus_sample_time = 0;
-    expect.dura_error_ctr = expect.dura_error_time = 0;
+    expect.sendlast_byteCnt = expect.sys_message_enable = expect.isus_salfit_mode = 0;
+    expect.dura_led_enable = expect.sys_por_ctr = expect.sys_reset_ctr = 0;
+    expect.isus_error_ctr = expect.isus_error_time = expect.isus_sample_ctr = 0;
+    expect.isus_sample_time = expect.dura_error_ctr = expect.dura_error_time = 0;
     expect.dura_sample_ctr = expect.dura_sample_time = 0;
     expect.sys_last_error = expect.sys_error_ctr = expect.sys_error_time = 0;
     // No coefficients: pixel ranges and wavelengths stay.
@@ -336,12 +329,9 @@ TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
     // With coefficients, the fit and data ranges follow 217-240 and 217-250 nm.
     fake_coefficients();
     reply("init");
-    EXPECT_EQ(apf.isus_pixel_beg, 27u);
-    EXPECT_EQ(apf.isus_pixel_end, 50u);
-    EXPECT_EQ(apf.isus_fit_pixels, 24u);
-    EXPECT_EQ(apf.isus_datpixel_end, 60u);
-    EXPECT_EQ(apf.lambda_beg, 217u);
-    EXPECT_EQ(apf.lambda_end, 250u);
+    EXPECT_EQ(row(apf.isus_pixel_beg, apf.isus_pixel_end, apf.isus_fit_pixels,
+                  apf.isus_datpixel_end, apf.lambda_beg, apf.lambda_end),
+              "27,50,24,60,217,250");
 }
 
 // ---- header block ----------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
 
 #include "board/board_util.h"
@@ -25,6 +26,16 @@
 
 constexpr uint32_t kNewYearsEve = 1735689599; // 12/31/24 23:59:59 UTC
 const std::string kPrompt = "\r\n>";
+
+// Values as one comma-separated row, to compare many fields at once.
+template <typename... T> std::string row(const T &...v) {
+    std::ostringstream o;
+    o.precision(17);
+    ((o << +v << ','), ...);
+    std::string s = o.str();
+    s.pop_back();
+    return s;
+}
 
 class ConsoleBench : public ::testing::Test {
   protected:

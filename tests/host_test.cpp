@@ -135,62 +135,48 @@ TEST_F(Host, EveryKeywordRowDispatchesToItsHandler) {
     }
 }
 
-TEST_F(Host, SamplingEntriesFollowTheSensorMode) {
+// Sampling entries follow the sensor mode; "s1".."t2" switch it; the help
+// words set the term time.
+TEST_F(Host, SensorModeAndTermTimeEntries) {
     struct Case {
         const char *line;
-        uint32_t mode;
-        const char *prefix; // exact start of the reply
-        bool whole;         // and all of it (else a sample line follows)
+        uint32_t mode;     // beforehand (the term time is 7 s)
+        std::string reply; // exact ("..." ends a start only: a sample line follows)
+        const char *after; // "sensor mode/term time"
     };
     const Case cases[] = {
-        {"ts", 0, "", false},
-        {"ts", 2, "", false}, // the pH record
-        {"ts", 5, "NAK,MODE=5\r\n", true},
-        {"ss", 0, "", false},
-        {"ss", 1, "", true}, // "ss" announces nothing
-        {"ss", 2, "", false},
-        {"ss", 7, "NAK,MODE=7\r\n", true},
-        {"sl", 0, "serial sl apf_send_last_sample\r\n", false},
-        {"sl", 3, "", true},
+        {"ts", 0, "...", "0/7000"},
+        {"ts", 2, "...", "2/7000"}, // the pH record
+        {"ts", 5, "NAK,MODE=5\r\n", "5/7000"},
+        {"ss", 0, "...", "0/7000"},
+        {"ss", 1, "", "1/7000"}, // "ss" announces nothing
+        {"ss", 2, "...", "2/7000"},
+        {"ss", 7, "NAK,MODE=7\r\n", "7/7000"},
+        {"sl", 0, "serial sl apf_send_last_sample\r\n...", "0/7000"},
+        {"sl", 3, "", "3/7000"},
+        {"s1", 9, "...", "1/7000"},
+        {"s2", 9, "...", "2/7000"},
+        {"t0", 9, "...", "0/7000"},
+        {"t1", 9, "...", "1/7000"},
+        {"t2", 9, "...", "2/7000"},
+        {"hh", 0, "...", "0/2000"},
+        {"hhh", 0, "...", "0/2000"},
+        {"hhhh", 0, "...", "0/3000"},
+        {"hhhhh", 0, "...", "0/4000"},
+        {"help", 0, "...", "0/1000"},
+        {"h", 0, "...", "0/1000"},
+        {"m2m", 0, "...", "0/250"},
     };
     for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.line) + " in mode " + std::to_string(c.mode));
         fresh();
         apf.sys_sensor_mode = c.mode;
-        dispatch(c.line);
-        std::string out = take();
-        EXPECT_EQ(c.whole ? out : out.substr(0, strlen(c.prefix)), c.prefix)
-            << c.line << " mode " << c.mode;
-    }
-    struct ModeSwitch {
-        const char *line;
-        uint32_t mode;
-    };
-    for (const ModeSwitch &m : {ModeSwitch{"s1", 1}, {"s2", 2}, {"t0", 0}, {"t1", 1}, {"t2", 2}}) {
-        fresh();
-        apf.sys_sensor_mode = 9;
-        dispatch(m.line);
-        take();
-        EXPECT_EQ(apf.sys_sensor_mode, m.mode) << m.line;
-    }
-}
-
-TEST_F(Host, TermTimeCommands) {
-    struct Case {
-        const char *line;
-        uint32_t ms;
-    };
-    for (const Case &c : {Case{"hh", 2000},
-                          {"hhh", 2000},
-                          {"hhhh", 3000},
-                          {"hhhhh", 4000},
-                          {"help", 1000},
-                          {"h", 1000},
-                          {"m2m", 250}}) {
-        fresh();
         apf_set_h2m_timeout(7);
         dispatch(c.line);
-        take();
-        EXPECT_EQ(apf_get_h2m_timeout(), c.ms) << c.line;
+        size_t dots = c.reply.find("...");
+        EXPECT_EQ(take().substr(0, dots), c.reply.substr(0, dots));
+        EXPECT_EQ(std::to_string(apf.sys_sensor_mode) + "/" + std::to_string(apf_get_h2m_timeout()),
+                  c.after);
     }
     // "h2m" climbs one second at a time up to four.
     fresh();
@@ -581,84 +567,59 @@ TEST_F(Host, StateMachineResetClearsTheLineButKeepsTheTermTime) {
 
 // ---- float-controller record ----------------------------------------------------
 
-TEST_F(Host, DefaultSetsAndTheirMessages) {
+TEST_F(Host, DefaultSetsErrorLogAndStartUp) {
     init_uSDCard();
     take();
     SetDefaultsIntoNVRAM();
     EXPECT_EQ(take(), "\r\n\r\n  System Default Values loaded into FRAM!\r\n\r\n"
                       "\r\n  ISUS Default Values loaded into FRAM!\r\n"
                       "\r\n  DuraFET Default Values loaded into FRAM!\r\n");
-    EXPECT_EQ(apf.sys_serial_num, 777);
-    EXPECT_EQ(apf.sys_sensor_type, 4);
-    EXPECT_EQ(apf.sys_sf_limit, 256u);
-    EXPECT_EQ(apf.isus_spec_period, 1000u);
-    EXPECT_EQ(apf.isus_pixel_end, 87u);
-    EXPECT_EQ(apf.dura_samps_per_cal, 250u);
-    EXPECT_EQ(apf.dura_led_enable, 1u);
-    // The loading itself is logged as a system error.
-    EXPECT_EQ(apf.sys_error_ctr, 1);
-    EXPECT_EQ(apf.sys_last_error, (uint16_t)-116);
-    apfGlobals stored;
-    fram_read(FRAM_ADDR_APF_VARS, reinterpret_cast<uint8_t *>(&stored), sizeof(stored));
-    EXPECT_EQ(stored.sys_serial_num, 777);
-    EXPECT_EQ(stored.sys_error_ctr, 1);
-}
+    // The loading itself is logged as a system error (-116).
+    EXPECT_EQ(row(apf.sys_serial_num, apf.sys_sensor_type, apf.sys_sf_limit, apf.isus_spec_period,
+                  apf.isus_pixel_end, apf.dura_samps_per_cal, apf.dura_led_enable,
+                  apf.sys_error_ctr, apf.sys_last_error),
+              "777,4,256,1000,87,250,1,1,65420");
+    EXPECT_EQ(row(stored().sys_serial_num, stored().sys_error_ctr), "777,1");
 
-TEST_F(Host, ErrorLogAppendsDatedLines) {
-    init_uSDCard();
-    take();
+    // The error log: dated lines on the card, the counters by the error's kind.
+    memset(&apf, 0, sizeof(apf));
+    f_unlink("ERROR.LOG");
     EXPECT_EQ(LogErrorMsg("CTD Command ACK Failure", -110, 1), 0);
     EXPECT_EQ(take(), "12/31/2024 23:59:59, -110, CTD Command ACK Failure\r\n");
-    EXPECT_EQ(apf.sys_error_ctr, 1);
-    EXPECT_EQ(apf.sys_last_error, (uint16_t)-110);
-    EXPECT_EQ(apf.sys_error_time, (uint16_t)kNewYearsEve);
+    EXPECT_EQ(row(apf.sys_error_ctr, apf.sys_last_error, apf.sys_error_time),
+              row(1, 65426, (uint16_t)kNewYearsEve));
     HibernateRTCSet(kNewYearsEve + 1);
     EXPECT_EQ(LogErrorMsg("lamp", -250, 0), 0);
     EXPECT_EQ(take(), "");
-    EXPECT_EQ(apf.isus_error_ctr, 1u);
-    EXPECT_EQ(apf.isus_error_time, kNewYearsEve + 1);
-    EXPECT_EQ(apf.isus_last_error, (uint32_t)-250);
+    EXPECT_EQ(row(apf.isus_error_ctr, apf.isus_error_time, apf.isus_last_error),
+              row(1, kNewYearsEve + 1, (uint32_t)-250));
     EXPECT_EQ(LogErrorMsg("pH", -301, 0), 0);
-    EXPECT_EQ(apf.dura_error_ctr, 1u);
     EXPECT_EQ(LogErrorMsg("other", -5, 0), 0);
-    EXPECT_EQ(apf.sys_error_ctr, 1);
-    EXPECT_EQ(rtc.current_time, kNewYearsEve + 1);
-
+    EXPECT_EQ(row(apf.dura_error_ctr, apf.sys_error_ctr, rtc.current_time),
+              row(1, 1, kNewYearsEve + 1));
     EXPECT_EQ(bench::card("ERROR.LOG"), "E, 12/31/2024 23:59:59, -110, CTD Command ACK Failure\n"
                                         "E, 01/01/2025 00:00:00, -250, lamp\n"
                                         "E, 01/01/2025 00:00:00, -301, pH\n"
                                         "E, 01/01/2025 00:00:00, -5, other\n");
-}
 
-TEST_F(Host, StartUpRebuildsTheRecordFromFram) {
+    // Start-up rebuilds the record from FRAM.
     apf.sys_reset_ctr = 4;
     apf.sys_por_ctr = 9;
-    apf.sys_por_flag = 1;
+    apf.sys_por_flag = apf.gotSample = 1;
     apf.isus_pixel_beg = 17;
     apf.isus_pixel_end = 87;
     apf.sys_sensor_mode = 2;
-    apf.gotSample = 1;
     fram_apf_vars_store();
     memset(&apf, 0, sizeof(apf));
     HibernateRTCSet(1234567u);
     init_zep();
-    EXPECT_EQ(apf.sys_reset_ctr, 5u);
-    EXPECT_EQ(apf.sys_por_ctr, 10u);
-    EXPECT_EQ(apf.sys_reset_time, 1234567u);
-    EXPECT_EQ(apf.isus_reset_flag, 1u);
-    EXPECT_EQ(apf.dura_reset_flag, 1u);
-    EXPECT_EQ(apf.sys_sensor_mode, 0u);
-    EXPECT_EQ(apf.gotSample, 0u);
-    EXPECT_EQ(apf.CTD_Time, 0u);
-    EXPECT_EQ(apf.CTD_Temp, -1.0f);
-    EXPECT_EQ(apf.acquire_time, -1.0f);
-    EXPECT_EQ(apf.isus_fit_pixels, 71u);
-    EXPECT_EQ(Zcoefs, 0);
+    EXPECT_EQ(row(apf.sys_reset_ctr, apf.sys_por_ctr, apf.sys_reset_time, apf.isus_reset_flag,
+                  apf.dura_reset_flag, apf.sys_sensor_mode, apf.gotSample, apf.CTD_Time,
+                  apf.CTD_Temp, apf.acquire_time, apf.isus_fit_pixels, Zcoefs),
+              "5,10,1234567,1,1,0,0,0,-1,-1,71,0");
     EXPECT_EQ(take(), "");
-
     dev_init_apf_vars();
-    EXPECT_EQ(apf.sys_sensor_mode, 1u);
-    EXPECT_EQ(sys_data.app_cfg[11], 0);
+    EXPECT_EQ(row(apf.sys_sensor_mode, sys_data.app_cfg[11]), "1,0");
 }
 
 // ---- menu paths, through the simulator program ----------------------------------
