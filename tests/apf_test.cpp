@@ -140,10 +140,8 @@ TEST_F(Apf, RepliesAndRefusals) {
     reply("type,2");
     reply("mode,1");
     reply("tint,321");
-    apfGlobals a = stored();
-    EXPECT_EQ(a.sys_sensor_type, 2);
-    EXPECT_EQ(a.sys_sensor_mode, 1u);
-    EXPECT_EQ(a.isus_spec_period, 321u);
+    EXPECT_EQ(row(stored().sys_sensor_type, stored().sys_sensor_mode, stored().isus_spec_period),
+              "2,1,321");
     // "mode" also forgets the record kept for "sl".
     apf.sendlast_byteCnt = 9;
     reply("mode,5");
@@ -248,37 +246,25 @@ TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
     // Confirmed: the data range moves to the cells of the new wavelengths.
     EXPECT_EQ(type("spectra,210,221\rack\r", 200),
               "spectra,210,221\r\nACK,SPECTRA,210,221\r\n\r\n>");
-    EXPECT_EQ(apf.isus_datpixel_beg, 20u);
-    EXPECT_EQ(apf.isus_datpixel_end, 31u);
+    EXPECT_EQ(row(apf.isus_datpixel_beg, apf.isus_datpixel_end, apf.sys_error_ctr), "20,31,0");
     EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,210.0,221.0\r\n");
-    EXPECT_EQ(apf.sys_error_ctr, 0);
     // Not confirmed ("NAK", or nothing within 3 s): logged, range unchanged.
     type("spectra,250,300\rNAK\r", 200);
     type("spectra,250,300\r", 3200);
-    EXPECT_EQ(apf.isus_datpixel_beg, 20u);
-    EXPECT_EQ(apf.sys_error_ctr, 2);
+    EXPECT_EQ(row(apf.isus_datpixel_beg, apf.sys_error_ctr), "20,2");
     EXPECT_EQ(scenario::count(bench::card("ERROR.LOG"), ", -110, SPECTRA Command ACK Failure\n"),
               2u);
 }
 
 TEST_F(Apf, LinkPrimitives) {
-    struct Match {
-        const char *text;
-        int result;
-    };
-    for (const Match &m : {Match{"ACK", 6},
-                           {"ack\r\n", 6},
-                           {"NAK\r", 21},
-                           {"nak\n", 21},
-                           {"ACKS", -1},
-                           {"AC", -1},
-                           {"", -1},
-                           {"XYZ", -1},
-                           {"AC\rK", -1}}) {
+    auto match = [](const char *text) {
         char buf[16];
-        strcpy(buf, m.text);
-        EXPECT_EQ(MatchACK(buf), m.result) << m.text;
-    }
+        strcpy(buf, text);
+        return MatchACK(buf);
+    };
+    EXPECT_EQ(row(match("ACK"), match("ack\r\n"), match("NAK\r"), match("nak\n"), match("ACKS"),
+                  match("AC"), match(""), match("XYZ"), match("AC\rK")),
+              "6,6,21,21,-1,-1,-1,-1,-1");
     char buf[32];
     sim::console_feed("ACK\r");
     EXPECT_EQ(UART_GetStr_timeout(buf, sizeof(buf), 3000), 4);
@@ -323,8 +309,8 @@ TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
     expect.dura_sample_ctr = expect.dura_sample_time = 0;
     expect.sys_last_error = expect.sys_error_ctr = expect.sys_error_time = 0;
     // No coefficients: pixel ranges and wavelengths stay.
-    EXPECT_EQ(memcmp(&apf, &expect, sizeof(apf)), 0);
     apfGlobals a = stored();
+    EXPECT_EQ(memcmp(&apf, &expect, sizeof(apf)), 0);
     EXPECT_EQ(memcmp(&a, &expect, sizeof(a)), 0);
     // With coefficients, the fit and data ranges follow 217-240 and 217-250 nm.
     fake_coefficients();
@@ -440,11 +426,10 @@ TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
     EXPECT_NE(m[2].str().find(",0,-1.00,-1.0000,-1.0000,150,33,"), std::string::npos) << m[2];
     EXPECT_NE(m[2].str().find(",4.50,0.035,1.000e-01,"), std::string::npos) << m[2];
     EXPECT_EQ(out.substr(m.position(0) + m.length(0)), "\r\n");
-    EXPECT_EQ(apf.sys_sensor_mode, 2u);
-    EXPECT_EQ(apf.dura_sample_ctr, 151u);
-    EXPECT_EQ(apf.sys_por_ctr, 12u); // stand-in figures of the present release
-    EXPECT_EQ(apf.dura_reset_flag, 0u);
-    EXPECT_EQ(stored().dura_sample_ctr, 151u);
+    // Mode, then stand-in figures of the present release, kept in FRAM too.
+    EXPECT_EQ(row(apf.sys_sensor_mode, apf.dura_sample_ctr, apf.sys_por_ctr, apf.dura_reset_flag,
+                  stored().dura_sample_ctr),
+              "2,151,12,0,151");
     // The data file: the header once, then the record without its check word.
     std::string file = bench::card("PROF0000.LOG");
     EXPECT_EQ(file.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u);
@@ -470,8 +455,7 @@ TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
 TEST_F(Apf, DataFileRefusedOnAFullOrMissingCard) {
     sim::state().card_full = true;
     EXPECT_EQ(OpenApfLogFile(2), nullptr);
-    EXPECT_EQ(apf.sys_error_ctr, 1);
-    EXPECT_EQ(apf.sys_last_error, (uint16_t)APF_ERR_CARD_FULL);
+    EXPECT_EQ(row(apf.sys_error_ctr, apf.sys_last_error), row(1, (uint16_t)APF_ERR_CARD_FULL));
     sim::state().card_full = false;
     EXPECT_EQ(OpenApfLogFile(3), nullptr);
     sim::state().card_absent = true;
