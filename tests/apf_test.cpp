@@ -69,8 +69,10 @@ TEST_F(Apf, RepliesAndRefusals) {
     struct Case {
         const char *line;
         uint32_t mode; // sys_sensor_mode beforehand
-        const char *reply;
+        std::string reply;
     };
+    const std::string bake = "\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X "
+                             "to terminate BAKE\r\n";
     const Case cases[] = {
         {"w", 0, "ACK\r\n"},
         {"q", 0, "ACK,Q,4\r\n"},
@@ -94,12 +96,8 @@ TEST_F(Apf, RepliesAndRefusals) {
         {"bake,91", 0, "NAK,BAKE,RangeErr [1,90]: 91\r\n"},
         {"bake,x", 0, "NAK,BAKE,RangeErr [1,90]: 0\r\n"},
         {"bake", 0, "NAK,BAKE,FormatErr\r\n"},
-        {"bake,9x", 0,
-         "ACK,BAKE,CMD,9\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X to "
-         "terminate BAKE\r\n"},
-        {"bake,90", 0,
-         "ACK,BAKE,CMD,90\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X to "
-         "terminate BAKE\r\n"},
+        {"bake,9x", 0, "ACK,BAKE,CMD,9" + bake},
+        {"bake,90", 0, "ACK,BAKE,CMD,90" + bake},
         {"rtc,1727464426", 0, "ACK,1727464426,1727464426\r\n"},
         {"rtc,99999999999999", 0, "ACK,4294967295,4294967295\r\n"}, // cut at 14, saturated
         {"rtc,?", 0, "ACK,RTC?,1735689599\r\n"},

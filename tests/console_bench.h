@@ -12,8 +12,6 @@
 #include "board/i2c_fram.h"
 #include "board/uartstdio.h"
 #include "core/main.h"
-#include "core/system.h"
-#include "ff.h"
 #include "files/microsd.h"
 #include "files/ymodem.h"
 #include "hibernate.h"

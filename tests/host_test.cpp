@@ -221,20 +221,20 @@ TEST_F(Host, ColumnSwitchesPairStandardDeviationsWithTheirValues) {
         {"timestamp set 3", CFG_TIMESTAMP, -1, CFG_TIMESTAMP, 0, -1, 0},
     };
     for (const Case &c : cases) {
+        SCOPED_TRACE(c.line);
         fresh();
-        if (c.preset >= 0) {
-            sys_data.data_cfg[c.preset] = 1;
-        }
-        if (c.preset2 >= 0) {
-            sys_data.data_cfg[c.preset2] = 1;
+        for (int p : {c.preset, c.preset2}) {
+            if (p >= 0) {
+                sys_data.data_cfg[p] = 1;
+            }
         }
         dispatch(c.line);
-        EXPECT_EQ(sys_data.data_cfg[c.idx], c.expect) << c.line;
+        EXPECT_EQ(sys_data.data_cfg[c.idx], c.expect);
         if (c.other >= 0) {
-            EXPECT_EQ(sys_data.data_cfg[c.other], c.otherExpect) << c.line;
+            EXPECT_EQ(sys_data.data_cfg[c.other], c.otherExpect);
         }
         if (std::string(c.line) != "biasneg set 1") {
-            EXPECT_EQ(stored_cfg(c.idx), c.expect) << c.line << " (stored)";
+            EXPECT_EQ(stored_cfg(c.idx), c.expect) << "stored";
         }
     }
     fresh();
@@ -377,21 +377,16 @@ TEST_F(Host, OutputPresetsSetTheColumnsOfTheirFunction) {
 
 TEST_F(Host, HelpTextsAndVersion) {
     dispatch("help");
-    EXPECT_EQ(take(), "** datalogger setup:  0 for off, 1 for on\r\n"
-                      " time, gettime\r\n"
-                      " time MM/DD/YY HH:MM:SS, settime MM/DD/YY HH:MM:SS\r\n"
-                      " per, period, getperiod\r\n"
-                      " per 20, period 20, setperiod 20\r\n"
-                      " config, getconfig \r\n"
-                      " config, setconfig\r\n"
-                      " config help\r\n"
-                      " filename, getfilename\r\n"
-                      " filename filename.ext, setfilename filename.ext\r\n"
-                      " microsd, store align\r\n"
-                      "** commands:\r\n"
-                      " help\r\n sleep\r\n deploy\r\n ts\r\n ss \r\n sl\r\n gc\r\n ec\r\n gh\r\n"
-                      " eh\r\n stop, exit, quit, <ctrl-c>\r\n"
-                      "\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000");
+    EXPECT_EQ(take(),
+              "** datalogger setup:  0 for off, 1 for on\r\n time, gettime\r\n"
+              " time MM/DD/YY HH:MM:SS, settime MM/DD/YY HH:MM:SS\r\n"
+              " per, period, getperiod\r\n per 20, period 20, setperiod 20\r\n"
+              " config, getconfig \r\n config, setconfig\r\n config help\r\n"
+              " filename, getfilename\r\n filename filename.ext, setfilename filename.ext\r\n"
+              " microsd, store align\r\n** commands:\r\n"
+              " help\r\n sleep\r\n deploy\r\n ts\r\n ss \r\n sl\r\n gc\r\n ec\r\n gh\r\n"
+              " eh\r\n stop, exit, quit, <ctrl-c>\r\n"
+              "\r\nvrsi set 1    vrsi get    vrsi    vrsi 0   vrsi 2000");
     dispatch("hhhh");
     std::string big = take();
     EXPECT_EQ(big.substr(0, 40), "                 Ping:  W          ACK\r\n");

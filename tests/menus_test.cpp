@@ -263,24 +263,21 @@ TEST(HelpWords, EveryOfferedCommandIsAnsweredAndNoOtherNamed) {
 // simulated board answers exactly as the chip does.
 TEST(NumberLimits, OverflowingArgumentsAnswerAsOnTheChip) {
     const std::string invalid = "\r\n\rInvalid entry, value kept";
+    const std::string epoch = "time\r\n01/01/70 00:00:02\r\n";
+    const std::string most = "\r\nEnter time less than or equal to 3600 sec\r\n>period\r\n0\r\n";
+    const std::string clock = "1 time 12/31/24 23:59:", andTime = "\\r\n2 time\\r\n";
     const struct {
         std::string script;
         std::string expect; // in the console output
         const char *absent; // nowhere in it ("" = no check)
     } kRows[] = {
         // Host commands; the second line reads the setting back.
-        {"1 time 12/31/24 23:59:4294967296\\r\n2 time\\r\n",
-         "4294967296\r\n\r\n>time\r\n01/01/70 00:00:02\r\n", "NAK"},
-        {"1 time 12/31/24 23:59:4294967306\\r\n2 time\\r\n", "time\r\n01/01/70 00:00:02\r\n",
-         "time\r\n12/31/24"},
-        {"1 time 12/31/24 23:59:-4294967296\\r\n2 time\\r\n",
-         "-4294967296\r\nNAK\r\n\r\n>time\r\n01/01/70 00:00:02\r\n", ""},
-        {"1 time 12/31/24 23:59:99999999999999999999\\r\n2 time\\r\n",
-         "time\r\n01/01/70 00:00:02\r\n", "NAK"},
-        {"1 period 4294967316\\r\n2 period\\r\n",
-         "\r\nEnter time less than or equal to 3600 sec\r\n>period\r\n0\r\n", ""},
-        {"1 period 99999999999999999999\\r\n2 period\\r\n",
-         "\r\nEnter time less than or equal to 3600 sec\r\n>period\r\n0\r\n", ""},
+        {clock + "4294967296" + andTime, "4294967296\r\n\r\n>" + epoch, "NAK"},
+        {clock + "4294967306" + andTime, epoch, "time\r\n12/31/24"},
+        {clock + "-4294967296" + andTime, "-4294967296\r\nNAK\r\n\r\n>" + epoch, ""},
+        {clock + "99999999999999999999" + andTime, epoch, "NAK"},
+        {"1 period 4294967316\\r\n2 period\\r\n", most, ""},
+        {"1 period 99999999999999999999\\r\n2 period\\r\n", most, ""},
         {"1 sampnum 99999999999\\r\n", "sampnum 99999999999\r\n#0000000\r\n", ""},
         {"1 tint,4294967296\\r\n", "NAK,TINT,RangeErr [4,4000], 429496\r\n", ""},
         {"1 rtc,4294967296\\r\n", "ACK,4294967295,4294967295\r\n", ""},
