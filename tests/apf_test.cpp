@@ -63,8 +63,6 @@ TEST(ApfCrc, PublishedCheckValue) {
     EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
 }
 
-// ---- replies and refusals --------------------------------------------------------
-
 TEST_F(Apf, RepliesAndRefusals) {
     struct Case {
         const char *line;
@@ -73,6 +71,7 @@ TEST_F(Apf, RepliesAndRefusals) {
     };
     const std::string bake = "\r\nDEBUG: wait for ACK is not implemented, calling mms_bake, type X "
                              "to terminate BAKE\r\n";
+    // With a spectrometer calibration: its ranges are checked after it.
     const Case cases[] = {
         {"w", 0, "ACK\r\n"},
         {"q", 0, "ACK,Q,4\r\n"},
@@ -115,9 +114,17 @@ TEST_F(Apf, RepliesAndRefusals) {
         {"fit,1", 0, "Imp es Nada apf_set_fit\r\n"},
         {"cal", 0, "Imp es Nada apf_get_cal\r\n"},
         {"ctd,?", 0, "ACK,CTD?,0,0.0000,0.0000,0.00\r\n"},
-        {"spectra,?", 0, "ACK,SPECTRA?,0.0,0.0\r\n"},
-        {"spectra,210,221", 0, "NAK,SPECTRA,ZCoef File Error = 0\r\n"}, // no coefficients
-        {"t1", 0, "ACK,T1,CMD\r\nNAK,T1,CMD\r\n"},                      // no spectrometer
+        {"spectra,210,220", 0, "NAK,SPECTRA,EVal-SVal!>10: 220, 210\r\n"},
+        {"spectra,230,220", 0, "NAK,SPECTRA,EVal<SVal: 220, 230\r\n"},
+        {"spectra,200,250", 0, "NAK,SPECTRA,SRangeErr [210,350]: 200\r\n"},
+        {"spectra,210,351", 0, "NAK,SPECTRA,ERangeErr [210,350]: 351\r\n"},
+        {"spectra,abc,250", 0, "NAK,SPECTRA,SConvertErr: abc\r\n"},
+        {"spectra,220,", 0, "NAK,SPECTRA,EConvertErr: \r\n"},
+        {"spectra,99999999999,250", 0, "NAK,SPECTRA,SOverflowErr: 99999999999\r\n"},
+        {"spectra,220,88888888888,5", 0, "NAK,SPECTRA,EOverflowErr: 88888888888\r\n"},
+        {"spectra,220", 0, "NAK,SPECTRA,FormatErr\r\n"},
+        {"spectra", 0, "NAK,SPECTRA,FormatErr\r\n"},
+        {"t1", 0, "ACK,T1,CMD\r\nNAK,T1,CMD\r\n"}, // no spectrometer
         {"s1", 0, "ACK,S1,CMD\r\nNAK,S1,CMD\r\n"},
         {"ts", 1, "ACK,TS,CMD\r\nNAK,TS,CMD\r\n"},
         {"sl", 1, "apf_send_last_nitrate, byteCnt is 0\r\nNAK,SL\r\n"},
@@ -126,7 +133,10 @@ TEST_F(Apf, RepliesAndRefusals) {
          "\r\nCommands: W,M,E,P,S,T,C,Q,INIT,TINT,MODE,SS,S1,S2,SL,TS,T1,T2,SE,SLP,OFF,RTC,FIT,CTD,"
          "BAKE,SPECTRA,VER\r\nterm time = 1000 msec\r\n"},
     };
+    fake_coefficients();
     for (const Case &c : cases) {
+        apf.isus_datpixel_beg = 17;
+        apf.isus_datpixel_end = 87;
         apf.sys_sensor_type = 4;
         apf.isus_spec_period = 1000;
         apf.sys_sensor_mode = c.mode;
@@ -162,8 +172,6 @@ TEST_F(Apf, DebugWatchdogAndStatusLines) {
     std::string sys = reply("sys");
     scenario::expect_in(sys, {"Spectro : none fitted, ZCoefs = 0\r\n", "Card    : 2097152 kB"});
 }
-
-// ---- the "ACK" waits ------------------------------------------------------------
 
 TEST_F(Apf, CtdValuesCountOnlyWhenTheHostConfirms) {
     const std::string line = "ctd,1727464446,20.0000,35.0000,-5.00";
@@ -218,28 +226,11 @@ TEST_F(Apf, CtdValuesCountOnlyWhenTheHostConfirms) {
 }
 
 TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
+    EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,0.0,0.0\r\n");
+    EXPECT_EQ(reply("spectra,210,221"), "NAK,SPECTRA,ZCoef File Error = 0\r\n");
     fake_coefficients();
     apf.isus_datpixel_beg = 17;
     apf.isus_datpixel_end = 87;
-    struct Case {
-        const char *line;
-        const char *reply;
-    };
-    const Case cases[] = {
-        {"spectra,210,220", "NAK,SPECTRA,EVal-SVal!>10: 220, 210\r\n"},
-        {"spectra,230,220", "NAK,SPECTRA,EVal<SVal: 220, 230\r\n"},
-        {"spectra,200,250", "NAK,SPECTRA,SRangeErr [210,350]: 200\r\n"},
-        {"spectra,210,351", "NAK,SPECTRA,ERangeErr [210,350]: 351\r\n"},
-        {"spectra,abc,250", "NAK,SPECTRA,SConvertErr: abc\r\n"},
-        {"spectra,220,", "NAK,SPECTRA,EConvertErr: \r\n"},
-        {"spectra,99999999999,250", "NAK,SPECTRA,SOverflowErr: 99999999999\r\n"},
-        {"spectra,220,88888888888,5", "NAK,SPECTRA,EOverflowErr: 88888888888\r\n"},
-        {"spectra,220", "NAK,SPECTRA,FormatErr\r\n"},
-        {"spectra", "NAK,SPECTRA,FormatErr\r\n"},
-    };
-    for (const Case &c : cases) {
-        EXPECT_EQ(reply(c.line), c.reply) << c.line;
-    }
     EXPECT_EQ(reply("spectra,?"), "ACK,SPECTRA?,207.0,277.0\r\n");
     // Confirmed: the data range moves to the cells of the new wavelengths.
     EXPECT_EQ(type("spectra,210,221\rack\r", 200),
@@ -288,8 +279,6 @@ TEST_F(Apf, LinkPrimitives) {
     EXPECT_EQ(take(), "DBG: good char A\r\n");
 }
 
-// ---- init ------------------------------------------------------------------------
-
 TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
     memset(&apf, 0x5A, sizeof(apf));
     apfGlobals before = apf;
@@ -317,8 +306,6 @@ TEST_F(Apf, InitResetsCountersAndSettingsButNothingElse) {
                   apf.isus_datpixel_end, apf.lambda_beg, apf.lambda_end),
               "27,50,24,60,217,250");
 }
-
-// ---- header block ----------------------------------------------------------------
 
 TEST_F(Apf, HeaderBlockLines) {
     apf.sys_reset_time = kNewYearsEve - 60;
@@ -411,8 +398,6 @@ TEST_F(Apf, HeaderBlockLines) {
     EXPECT_EQ(fixed_build_line(bench::card("HDR.TXT")), general + ph);
 }
 
-// ---- the pH record ---------------------------------------------------------------
-
 TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
     apf.dura_reset_flag = 1;
     apf.CTD_Temp = 12.5f; // cleared before the record
@@ -464,8 +449,6 @@ TEST_F(Apf, DataFileRefusedOnAFullOrMissingCard) {
     ASSERT_NE(f, nullptr);
     f_close(f);
 }
-
-// ---- record transfer -------------------------------------------------------------
 
 TEST_F(Apf, RecordTransferSendsLineByLineThenDeletes) {
     FIL f;

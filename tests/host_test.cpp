@@ -20,7 +20,6 @@ class Host : public ConsoleBench {
     }
 };
 
-// ---- the keyword table, row by row ------------------------------------------
 // Rows whose reply another table checks byte for byte (the float-controller
 // dialect, period, term time, version) are not repeated here.
 
@@ -187,8 +186,6 @@ TEST_F(Host, SensorModeAndTermTimeEntries) {
                               " msec\r\n");
     }
 }
-
-// ---- column switches --------------------------------------------------------
 
 TEST_F(Host, ColumnSwitchesPairStandardDeviationsWithTheirValues) {
     struct Case {
@@ -411,8 +408,6 @@ TEST_F(Host, FileTransferCommands) {
     EXPECT_EQ(calFileFlg, 0);
 }
 
-// ---- the receiver -------------------------------------------------------------
-
 TEST_F(Host, ReceiverLineDiscipline) {
     const std::string ver = "Fenwa v5.0.3 ZEP3 123g revB\r\n" + kPrompt;
     struct Step {
@@ -530,8 +525,6 @@ TEST_F(Host, StateMachineResetClearsTheLineButKeepsTheTermTime) {
     type("x");
     EXPECT_EQ(rx0.state, 0u);
 }
-
-// ---- float-controller record ----------------------------------------------------
 
 TEST_F(Host, DefaultSetsErrorLogAndStartUp) {
     init_uSDCard();
