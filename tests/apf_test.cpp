@@ -353,17 +353,13 @@ TEST_F(Apf, HeaderBlockLines) {
         print_write_isusdura_header(1, 0, smode, nullptr);
         return fixed_build_line(take());
     };
-    EXPECT_EQ(header(1), general + nitrate);
-    EXPECT_EQ(header(2), general + ph);
     // "c" by mode; "gh1" and "gh2" both show the pH block.
-    for (const char *line : {"c", "gh1", "gh2"}) {
-        apf.sys_sensor_mode = 2;
+    for (auto [line, mode, block] :
+         {std::tuple{"c", 2, ph}, {"gh1", 2, ph}, {"gh2", 2, ph}, {"c", 1, nitrate}}) {
+        apf.sys_sensor_mode = (uint32_t)mode;
         HibernateRTCSet(kNewYearsEve);
-        EXPECT_EQ(fixed_build_line(reply(line)), general + ph) << line;
+        EXPECT_EQ(fixed_build_line(reply(line)), general + block) << line;
     }
-    apf.sys_sensor_mode = 1;
-    HibernateRTCSet(kNewYearsEve);
-    EXPECT_EQ(fixed_build_line(reply("c")), general + nitrate);
     // Model 2, compensation off, bromide fitted; an unknown model leaves the
     // label without its line end.
     apf.isus_bsl_model = 2;
@@ -458,21 +454,16 @@ TEST_F(Apf, RecordTransferSendsLineByLineThenDeletes) {
     f_write(&f, lines, sizeof(lines) - 1, &n);
     f_close(&f);
     // The count names its files with a drive prefix this card does not know.
-    EXPECT_EQ(CalcRecsPending(1), 0);
-    EXPECT_EQ(CalcRecsPending(0), 0);
-    EXPECT_EQ(CalcRecsPending(2), -1);
+    EXPECT_EQ(row(CalcRecsPending(1), CalcRecsPending(0), CalcRecsPending(2)), "0,0,-1");
     uint32_t pos = 0;
-    EXPECT_EQ(SendRecords(1, &pos), 0);
-    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, one\r\n");
-    EXPECT_EQ(pos, 7u);
-    EXPECT_EQ(SendRecords(1, &pos), 0);
-    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, two\r\n");
-    EXPECT_EQ(SendRecords(1, &pos), 1);
-    EXPECT_EQ(take(), "DBG working around SRAM limit apfutil\r\nE, three\r\nEOF\r\n");
+    for (auto [result, at, text] : {std::tuple{0, 7u, "E, one\r\n"},
+                                    {0, 14u, "E, two\r\n"},
+                                    {1, 0u, "E, three\r\nEOF\r\n"}}) {
+        EXPECT_EQ(row(SendRecords(1, &pos), pos), row(result, at));
+        EXPECT_EQ(take(), std::string("DBG working around SRAM limit apfutil\r\n") + text);
+    }
     EXPECT_EQ(bench::card("ERROR.LOG"), "");
-    EXPECT_EQ(SendRecords(1, &pos), -1);
-    EXPECT_EQ(SendRecords(0, &pos), -1);
-    EXPECT_EQ(SendRecords(4, &pos), -1);
+    EXPECT_EQ(row(SendRecords(1, &pos), SendRecords(0, &pos), SendRecords(4, &pos)), "-1,-1,-1");
 }
 
 // ---- sessions through the simulator ----------------------------------------------
