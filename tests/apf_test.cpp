@@ -1,8 +1,6 @@
-// The float controller's dialect: every reply and refusal, the "ACK" waits of
-// "ctd" and "spectra", the pH record line and its check word, the header
-// block, "init", the record transfer; then whole float-controller sessions
-// through the simulator program: confirmed and unconfirmed CTD values, the
-// header for modes 1 and 2, the record across power cycles, bad host input.
+// The float controller's dialect: replies and refusals, the "ACK" waits, the pH
+// record and its check word, the header block, "init", the record transfer;
+// then whole sessions through the simulator program.
 #include "console_bench.h"
 
 #include <regex>
@@ -200,12 +198,9 @@ TEST_F(Apf, CtdValuesCountOnlyWhenTheHostConfirms) {
         std::string out = type("", 3500);
         ASSERT_NE(out.find(line + "\r\n" + echo), std::string::npos) << c.answer;
         EXPECT_NE(out.find(echo + c.dbg), std::string::npos) << c.answer << "\n" << out;
-        if (c.valid) {
-            EXPECT_EQ(reply("ctd,?"), "ACK,CTD?,1727464446,20.0000,35.0000,-5.00\r\n");
-        } else {
-            errors++;
-            EXPECT_EQ(reply("ctd,?"), "ACK,CTD?,0,-1.0000,-1.0000,-1.00\r\n") << c.answer;
-        }
+        errors += !c.valid;
+        EXPECT_EQ(reply("ctd,?"), c.valid ? "ACK,CTD?,1727464446,20.0000,35.0000,-5.00\r\n"
+                                          : "ACK,CTD?,0,-1.0000,-1.0000,-1.00\r\n");
         EXPECT_EQ(apf.sys_error_ctr, errors) << c.answer;
         type("\r", 10);
     }
@@ -484,11 +479,6 @@ std::string answer(const std::string &out, const std::string &cmd, size_t from =
 }
 
 constexpr uint32_t kStart = 1735689000; // 12/31/2024 23:50:00
-
-// A 32-bit field of the float controller's record in a FRAM image.
-uint32_t fram_field(const std::vector<uint8_t> &f, size_t off) {
-    return scenario::u32(f, FRAM_ADDR_APF_VARS + off);
-}
 
 // Script lines typing `lines` one a second from `t` on.
 std::string each_second(int t, std::initializer_list<const char *> lines) {

@@ -3,6 +3,7 @@
 #pragma once
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -33,6 +34,11 @@ template <typename... T> std::string row(const T &...v) {
     std::string s = o.str();
     s.pop_back();
     return s;
+}
+
+// A 32-bit field of the float controller's record in a FRAM image.
+inline uint32_t fram_field(const std::vector<uint8_t> &f, size_t off) {
+    return scenario::u32(f, FRAM_ADDR_APF_VARS + off);
 }
 
 class ConsoleBench : public ::testing::Test {
@@ -68,12 +74,9 @@ class ConsoleBench : public ::testing::Test {
     // and dispatches it; returns the dispatcher's result.
     static uint32_t dispatch(const std::string &line) {
         memset(rx0.buf, 0, sizeof(rx0.buf));
-        size_t n = std::min(line.size(), sizeof(rx0.buf) - 1);
-        for (size_t i = 0; i < n; i++) {
-            char c = line[i];
-            rx0.buf[i] = (uint8_t)((c >= 'A' && c <= 'Z') ? c + 32 : c);
-        }
-        rx0.indx = (uint32_t)n;
+        rx0.indx = (uint32_t)std::min(line.size(), sizeof(rx0.buf) - 1);
+        std::transform(line.begin(), line.begin() + rx0.indx, rx0.buf,
+                       [](char c) { return (uint8_t)((c >= 'A' && c <= 'Z') ? c + 32 : c); });
         return parse_rx0_buf();
     }
 

@@ -1,7 +1,6 @@
-// Host command line: the keyword table row by row, the receiver's line
-// discipline, the handlers' exact replies, and the float-controller record's
-// defaults and error log. Runs the firmware in-process on the simulated board;
-// the menu paths run through the simulator program (scenario harness).
+// Host command line: the keyword table row by row, the handlers' exact
+// replies, the receiver's line discipline, the float-controller record's
+// defaults, error log and start-up; the menu paths through the simulator.
 #include "console_bench.h"
 
 #include <vector>
@@ -599,17 +598,17 @@ TEST(HostScenario, MenuRequestPowersDownALeftOnSpectrometer) {
     b.run("1 ver\\r\n");
     auto fram = b.fram();
     ASSERT_GE(fram.size(), 300u);
-    fram[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_spec_pwr)] = 1;
-    fram[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_lamp_pwr)] = 1;
+    fram[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_spec_pwr)] =
+        fram[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_lamp_pwr)] = 1;
     b.writeFram(fram);
     // The first byte wakes the board and is lost.
     auto r = b.run("1 \\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 6\\r\n");
     EXPECT_NE(r.out.find("\r\n  Spectrometer Power was left ON! Powering DOWN...\r\n"
                          "\r\n  Fiberlight Power was left ON! Powering DOWN...\r\n"),
               std::string::npos);
-    auto after = b.fram();
-    EXPECT_EQ(scenario::u32(after, FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_spec_pwr)), 0u);
-    EXPECT_EQ(scenario::u32(after, FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_lamp_pwr)), 0u);
+    EXPECT_EQ(row(fram_field(b.fram(), offsetof(apfGlobals, isus_spec_pwr)),
+                  fram_field(b.fram(), offsetof(apfGlobals, isus_lamp_pwr))),
+              "0,0");
 }
 
 } // namespace
