@@ -290,36 +290,27 @@ TEST(NumberLimits, OverflowingArgumentsAnswerAsOnTheChip) {
 }
 
 TEST(NumberLimits, DecimalReadsAsA32BitLibrary) {
-    const struct {
-        const char *text;
-        int32_t i;
-        bool iSaturated;
-        uint32_t u;
-        bool uSaturated;
-        size_t used;
-    } kRows[] = {
-        {"0", 0, false, 0u, false, 1},
-        {" +17x", 17, false, 17u, false, 4},
-        {"2147483647", INT32_MAX, false, 2147483647u, false, 10},
-        {"-2147483648", INT32_MIN, false, 2147483648u, false, 11},
-        {"2147483648", INT32_MAX, true, 2147483648u, false, 10},
-        {"4294967295", INT32_MAX, true, UINT32_MAX, false, 10},
-        {"-1", -1, false, UINT32_MAX, false, 2},
-        {"4294967296", INT32_MAX, true, UINT32_MAX, true, 10},
-        {"-99999999999999999999999", INT32_MIN, true, UINT32_MAX, true, 24},
-        {"-", 0, false, 0u, false, 0},
-        {"", 0, false, 0u, false, 0},
+    // Text: the signed value, saturated, the unsigned value, saturated, characters used.
+    const std::pair<const char *, const char *> kRows[] = {
+        {"0", "0,0,0,0,1"},
+        {" +17x", "17,0,17,0,4"},
+        {"2147483647", "2147483647,0,2147483647,0,10"},
+        {"-2147483648", "-2147483648,0,2147483648,0,11"},
+        {"2147483648", "2147483647,1,2147483648,0,10"},
+        {"4294967295", "2147483647,1,4294967295,0,10"},
+        {"-1", "-1,0,4294967295,0,2"},
+        {"4294967296", "2147483647,1,4294967295,1,10"},
+        {"-99999999999999999999999", "-2147483648,1,4294967295,1,24"},
+        {"-", "0,0,0,0,0"},
+        {"", "0,0,0,0,0"},
     };
-    for (const auto &row : kRows) {
-        SCOPED_TRACE(row.text);
-        const char *end = nullptr;
-        bool sat = false;
-        EXPECT_EQ(dec_i32(row.text, &end, &sat), row.i);
-        EXPECT_EQ(size_t(end - row.text), row.used);
-        EXPECT_EQ(sat, row.iSaturated);
-        EXPECT_EQ(dec_u32(row.text, &end, &sat), row.u);
-        EXPECT_EQ(size_t(end - row.text), row.used);
-        EXPECT_EQ(sat, row.uSaturated);
+    for (auto [text, want] : kRows) {
+        const char *iEnd = nullptr, *uEnd = nullptr;
+        bool iSat = false, uSat = false;
+        int32_t i = dec_i32(text, &iEnd, &iSat);
+        uint32_t u = dec_u32(text, &uEnd, &uSat);
+        EXPECT_EQ(row(i, iSat, u, uSat, iEnd - text), want) << text;
+        EXPECT_EQ(uEnd, iEnd) << text;
     }
     // Sixty-four-bit text without the library.
     const struct {
