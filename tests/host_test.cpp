@@ -573,18 +573,9 @@ TEST_F(Host, DefaultSetsErrorLogAndStartUp) {
 
 // ---- menu paths, through the simulator program ----------------------------------
 
-TEST(HostScenario, MenuCommandPrintsThePromptTwiceOnReturn) {
-    scenario::Board b;
-    auto r = b.run("1 m\\r\n3 6\\r\n5 ver\\r\n");
-    size_t menu = r.out.find(">m\r\n");
-    ASSERT_NE(menu, std::string::npos);
-    size_t sel = r.out.find("Enter Selection: ", menu);
-    ASSERT_NE(sel, std::string::npos);
-    EXPECT_NE(r.out.find("\r\n>\r\n>", sel), std::string::npos);
-    EXPECT_NE(r.out.find("ver\r\nFenwa v5.0.3 ZEP3 123g revB\r\n\r\n>", sel), std::string::npos);
-}
-
-TEST(HostScenario, MenuRequestPowersDownALeftOnSpectrometer) {
+// Four Enters power down a spectrometer left on before the menu opens; "m"
+// opens it too, and the prompt comes twice on its return.
+TEST(HostScenario, MenuRequestAndMenuCommand) {
     scenario::Board b;
     b.run("1 ver\\r\n");
     auto fram = b.fram();
@@ -593,10 +584,15 @@ TEST(HostScenario, MenuRequestPowersDownALeftOnSpectrometer) {
         fram[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, isus_lamp_pwr)] = 1;
     b.writeFram(fram);
     // The first byte wakes the board and is lost.
-    auto r = b.run("1 \\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 6\\r\n");
+    auto r =
+        b.run("1 \\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 6\\r\n6 m\\r\n8 6\\r\n10 ver\\r\n");
     EXPECT_NE(r.out.find("\r\n  Spectrometer Power was left ON! Powering DOWN...\r\n"
                          "\r\n  Fiberlight Power was left ON! Powering DOWN...\r\n"),
               std::string::npos);
+    size_t sel = r.out.find("Enter Selection: ", r.out.find(">m\r\n"));
+    ASSERT_NE(sel, std::string::npos);
+    EXPECT_NE(r.out.find("\r\n>\r\n>", sel), std::string::npos);
+    EXPECT_NE(r.out.find("ver\r\nFenwa v5.0.3 ZEP3 123g revB\r\n\r\n>", sel), std::string::npos);
     EXPECT_EQ(row(fram_field(b.fram(), offsetof(apfGlobals, isus_spec_pwr)),
                   fram_field(b.fram(), offsetof(apfGlobals, isus_lamp_pwr))),
               "0,0");
