@@ -1,18 +1,12 @@
 // The instrument walked through the simulator program: menus and their
 // answers, help words, 32-bit number limits, host presets, the watchdog's
 // longest gap, the schedule under key wakes, "yr" into the current folder.
-#include <gtest/gtest.h>
+#include "console_bench.h"
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
-#include "console_bench.h"
 #include "core/decimal.h"
-#include "files/ymodem.h"
-#include "scenario.h"
-#include "sim.h"
 
 using scenario::Board;
 using scenario::count;
@@ -105,11 +99,9 @@ TEST(Menus, NonsenseAndSilenceLeaveTheRecordAsItWas) {
     // A flood longer than the console ring loses its line end: the next
     // line ("q/q") is read instead, and nonsense it stays. ADC ("9"): no
     // defaults, 77 sps refused. At the file name prompt the operator walks away.
-    auto r = b.run(kConfigure +
-                       "4 1\\r\n5 -7\\r\n6 1\\r\n7 99999999999999999999\\r\n8 1\\r\n9 12abc\\r\n" +
-                       "10 4\\r\n11 " + junk + "\\r\n12 q/q\\r\n13 4\\r\n14 a/b*c\\r\n" +
-                       "15 9\\r\n16 \\r\n17 77\\r\n18 " + junk +
-                       "\\r\n19 q/q\\r\n20 \\x01\\x02\\xff\\r\n21 Q\\r\n22 4\\r\n",
+    auto r = b.run(kConfigure + each_second(4, "1|-7|1|99999999999999999999|1|12abc|4|" + junk +
+                                                   "|q/q|4|a/b*c|9||77|" + junk +
+                                                   "|q/q|\\x01\\x02\\xff|Q|4"),
                    200);
     EXPECT_GE(count(r.out, "Invalid entry, value kept"), 3u);
     // Walked away: the menus return and the main menu falls asleep.
