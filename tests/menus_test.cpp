@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "core/decimal.h"
 
@@ -178,30 +179,22 @@ std::string helpPage() {
 // The forms of the command lines ("  forms: what") under `section`, with
 // example values for the upper-case placeholders.
 std::vector<std::string> forms(const std::string &page, const std::string &section) {
-    const std::pair<const char *, const char *> kExamples[] = {
-        {"MM/DD/YY", "12/31/24"}, {"HH:MM:SS", "23:59:00"}, {"NAME", "data.txt"}, {"N", "20"}};
+    static const std::regex kLine(R"(  (.*?): .*\r\n)"), kForm(R"( ?([^,]+))");
     std::vector<std::string> out;
-    std::istringstream in(page);
-    bool inSection = false;
-    for (std::string line; std::getline(in, line);) {
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        if (line.rfind("  ", 0) != 0) {
-            inSection = line == section;
-            continue;
-        }
-        size_t colon = line.find(": ");
-        if (!inSection || colon == std::string::npos) {
-            continue;
-        }
-        std::istringstream list(line.substr(2, colon - 2));
-        for (std::string form; std::getline(list, form, ',');) {
-            form.erase(0, form.find_first_not_of(' '));
-            for (const auto &ex : kExamples) {
-                size_t p = form.find(ex.first);
+    size_t at = page.find("\r\n" + section + "\r\n");
+    std::string rest = at == std::string::npos ? "" : page.substr(at + section.size() + 4);
+    for (std::smatch m; std::regex_search(rest, m, kLine, std::regex_constants::match_continuous);
+         rest = m.suffix().str()) {
+        const std::string list = m[1];
+        for (std::sregex_iterator f(list.begin(), list.end(), kForm), end; f != end; ++f) {
+            std::string form = (*f)[1];
+            for (auto [name, example] : {std::pair{"MM/DD/YY", "12/31/24"},
+                                         {"HH:MM:SS", "23:59:00"},
+                                         {"NAME", "data.txt"},
+                                         {"N", "20"}}) {
+                size_t p = form.find(name);
                 if (p != std::string::npos) {
-                    form.replace(p, strlen(ex.first), ex.second);
+                    form.replace(p, strlen(name), example);
                 }
             }
             out.push_back(form);
