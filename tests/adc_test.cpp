@@ -1,8 +1,5 @@
-// The isolated ADC as the board drives it: the SPI bytes the ADS1248 model
-// sees (register writes, gain and rate codes with their fall-back notices,
-// the ADG1609 mux patterns), the control lines, the burst arithmetic (trials
-// above 120, truncating means, sign extension, population spread), the DRDY
-// time-out, and the front end's water read back through the chemistry.
+// The isolated ADC as the board drives it: SPI bytes and control lines, burst
+// arithmetic, the DRDY time-out, and the water read back through the chemistry.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -37,6 +34,12 @@ double ms_since(uint64_t cycles) {
     return double(sim::now_cycles() - cycles) / double(sim::kCyclesPerMs);
 }
 
+// A switch setting (mux position, bias line) and the 10 ms it is given to settle.
+void settle(void (*set)(uint32_t), uint32_t v) {
+    set(v);
+    delay_msec(10);
+}
+
 class AdcTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -63,8 +66,7 @@ class AdcTest : public ::testing::Test {
 TEST_F(AdcTest, TransactionsOfOneReading) {
     openADS1248_iso();
     ADS1248_gpio_init();
-    ADS1248_gpio_ADG1609_mux(3);
-    delay_msec(10);
+    settle(ADS1248_gpio_ADG1609_mux, 3);
     pollADS1248_iso(1, 6, 2, 1, 20);
     closeADS1248_iso();
     EXPECT_EQ(sim::adc_log_text(),
@@ -158,10 +160,9 @@ TEST_F(AdcTest, GainAndRateCodes) {
 
 TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {
     open();
-    ADS1248_gpio_ADG1609_mux(0);
-    ADS1248_gpio_ADG1609_mux(1);
-    ADS1248_gpio_ADG1609_mux(2);
-    ADS1248_gpio_ADG1609_mux(3);
+    for (uint32_t m : {0, 1, 2, 3}) {
+        ADS1248_gpio_ADG1609_mux(m);
+    }
     ADS1248_gpio3(1);
     ADS1248_gpio3(0);
     ADS1248_gpio3(7);
@@ -181,8 +182,7 @@ TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {
     closeADS1248_iso();
 }
 
-// The burst arithmetic with chosen raw codes: sign extension, integer means
-// truncated toward zero (and per gain step), the population spread.
+// Chosen raw codes: sign extension, means truncated toward zero per gain step, spread.
 TEST_F(AdcTest, BurstArithmetic) {
     struct {
         std::vector<uint32_t> codes;
@@ -239,9 +239,8 @@ TEST_F(AdcTest, TrialsAbove120) {
     closeADS1248_iso();
 }
 
-// No DRDY: each reading gives up a few conversion periods after its burst
-// should have ended, returns the error value with no spread, and the board
-// says so once per power cycle, on the console and in the error log.
+// No DRDY: each reading gives up a few periods late with the error value and no
+// spread; the board says so once per power cycle, on the console and in the log.
 TEST_F(AdcTest, DrdyTimeOut) {
     EXPECT_EQ(ADS1248_drdy_timeout_ms(121, 5), 124u * 200u + 10u);
     EXPECT_EQ(ADS1248_drdy_timeout_ms(1, 2000), 5u * 1u + 10u);
@@ -299,8 +298,7 @@ TEST_F(AdcTest, DrdyTimeOut) {
     EXPECT_EQ(scenario::count(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
 }
 
-// The water of the model read back through the instrument's own chemistry:
-// thermistor to temperature, internal and external reference to pH, and the
+// The model's water read back through the instrument's own chemistry; the
 // other channels at their fixed values.
 TEST_F(AdcTest, FrontEndRoundTrip) {
     struct Water {
@@ -315,12 +313,10 @@ TEST_F(AdcTest, FrontEndRoundTrip) {
         sim::set_environment(e);
         open();
         float vtherm = pollADS1248_iso(0, 6, 5, 1, 20);
-        ADS1248_gpio_ADG1609_mux(3);
-        delay_msec(10);
+        settle(ADS1248_gpio_ADG1609_mux, 3);
         float vrsi = pollADS1248_iso(1, 6, 10, 1, 20);
         float vrsiStd = sys_samp.AD24_std;
-        ADS1248_gpio_ADG1609_mux(0);
-        delay_msec(10);
+        settle(ADS1248_gpio_ADG1609_mux, 0);
         float vrse = pollADS1248_iso(1, 6, 10, 1, 20);
         float tc = DuraFET_temp(vtherm, sys_data.TCOffset);
         EXPECT_NEAR(tc, w.temp, 0.002);
@@ -332,21 +328,16 @@ TEST_F(AdcTest, FrontEndRoundTrip) {
     }
 
     open();
-    ADS1248_gpio3(0);
-    delay_msec(10);
+    settle(ADS1248_gpio3, 0);
     EXPECT_NEAR(2.0f * pollADS1248_iso(7, 6, 1, 1, 40), -3.03, 0.0001);
-    ADS1248_gpio3(1);
-    delay_msec(10);
+    settle(ADS1248_gpio3, 1);
     EXPECT_NEAR(2.0f * pollADS1248_iso(7, 6, 1, 1, 40), 3.04, 0.0001);
-    ADS1248_gpio_ADG1609_mux(2);
-    delay_msec(10);
+    settle(ADS1248_gpio_ADG1609_mux, 2);
     EXPECT_NEAR(pollADS1248_iso(1, 6, 1, 1, 20) * 1000.0f, 0.012, 0.01);
-    ADS1248_gpio_ADG1609_mux(1);
-    delay_msec(10);
+    settle(ADS1248_gpio_ADG1609_mux, 1);
     EXPECT_NEAR(pollADS1248_iso(1, 5, 5, 1, 20) * 66666.667f, 2.5, 0.5);
     EXPECT_NEAR(pollADS1248_iso(1, 6, 5, 1, 20), -0.905, 0.0001);
-    ADS1248_gpio_ADG1609_mux(3);
-    delay_msec(10);
+    settle(ADS1248_gpio_ADG1609_mux, 3);
     float vrsiB = pollADS1248_iso(1, 5, 5, 1, 20);
     EXPECT_NEAR(vrsiB, sim::front_end(sim::environment()).vrsi + 0.30, 0.0001);
     // ph_calib's inputs, with the mux left where it is
@@ -354,8 +345,7 @@ TEST_F(AdcTest, FrontEndRoundTrip) {
     closeADS1248_iso();
 }
 
-// An instrument whose ADC never signals: each sample still ends, its ADC
-// columns read -999, and the operator is told once per power cycle.
+// An ADC that never signals: each sample still ends, its ADC columns read -999.
 TEST(AdcScenario, SamplesWithoutDrdy) {
     scenario::Board b;
     auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n20 t0\\r\n", 0,

@@ -1,6 +1,5 @@
-// The host's side of the simulator's pseudo-terminal, for tests that drive
-// fenwa-sim --pty as a host program would: a raw line to type on and read
-// from, the simulator as a process, and lrzsz tools attached to the pty.
+// The host's side of fenwa-sim --pty: a raw line to type on and read from,
+// the simulator as a process, and lrzsz tools attached to the pty.
 #pragma once
 #include <fcntl.h>
 #include <poll.h>
@@ -57,7 +56,6 @@ class Line {
             close(fd_);
         }
     }
-    bool ok() const { return fd_ >= 0; }
     const std::string &path() const { return path_; }
     void type(const std::string &s) {
         ssize_t r = write(fd_, s.data(), s.size());
@@ -87,26 +85,19 @@ class Line {
     std::string got_, all_;
 };
 
-// A process whose path to the pseudo-terminal comes on its standard output
-// as "pty: /dev/pts/N".
+// fenwa-sim --pty on a state folder; the path to its pseudo-terminal comes
+// on its standard output as "pty: /dev/pts/N".
 class Instrument {
   public:
-    // fenwa-sim itself, or (child != nullptr) a fork running child().
-    Instrument(const std::vector<std::string> &args, void (*child)(const std::string &dir),
-               const std::string &dir)
-        : errPath_(dir + ".stderr") {
+    explicit Instrument(const std::string &dir) : errPath_(dir + ".stderr") {
         int out[2];
         if (pipe(out) != 0) {
             return;
         }
-        pid_ = scenario::spawn(args, [&] {
+        pid_ = scenario::spawn({FENWA_SIM_PATH, "--state", dir, "--pty"}, [&] {
             dup2(out[1], 1);
             dup2(open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
             close(out[0]);
-            if (child != nullptr) {
-                child(dir);
-                _exit(0);
-            }
         });
         close(out[1]);
         std::string text;
@@ -177,8 +168,7 @@ inline void typeSlowly(Line &line, const std::string &s) {
 
 // fenwa-sim --pty on a state folder, and the host's line to it.
 struct Session {
-    explicit Session(const std::string &state)
-        : sim({FENWA_SIM_PATH, "--state", state, "--pty"}, nullptr, state), line(sim.ptyPath()) {}
+    explicit Session(const std::string &state) : sim(state), line(sim.ptyPath()) {}
     // Waits for the board's first prompt; four Enters and a key open the
     // menu, "5" the card command line.
     bool cardCommandLine() {

@@ -1,5 +1,4 @@
-// The instrument driven through its console like a host or an operator would:
-// boot, host link, menu, stored settings across power cycles, deployment.
+// The instrument driven through its console as a host or an operator would.
 #include <gtest/gtest.h>
 
 #include <cstdio>

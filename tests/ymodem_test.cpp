@@ -1,7 +1,5 @@
 // YMODEM over the console line, byte for byte: the board's sender against a
-// receiver that answers each packet as a table says, the board's receiver
-// fed whole batches. Transfers with lrzsz over the simulator's pseudo-
-// terminal are in the sim board suite.
+// receiver answering as a table says, the board's receiver fed whole batches.
 #include <gtest/gtest.h>
 
 #include <algorithm>

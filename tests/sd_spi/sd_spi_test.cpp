@@ -1,7 +1,5 @@
-// The card's disk layer (platform/tm4c123/sd_spi.cpp) on the simulated
-// board: its SSI0, GPIO and delay calls go to the board's own ports and clock,
-// and SSI0 carries the model of a microSD card in SPI mode
-// (sim/devices/sd_card.h) selected by PA3, so every time-out ends in virtual time.
+// The card's disk layer on the simulated board: SSI0 carries the microSD card
+// model selected by PA3, so every time-out ends in virtual time.
 #include <gtest/gtest.h>
 
 #include <cstdio>
