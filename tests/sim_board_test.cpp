@@ -497,6 +497,13 @@ TEST(SimStateFolder, AStoppedDeploymentResumesOnItsGrid) {
     size_t before = check_grid(c);
     c.run("", 100);
     EXPECT_EQ(check_grid(c), before + 5);
+
+    // The batteries out and in again: the hibernation module's state is gone
+    // and the board starts idle, its settings kept.
+    fs::remove(c.dir() + "/board.txt");
+    auto r2 = c.run("1 getperiod\\r\n", 5);
+    scenario::expect_in(r2.out, {"getperiod\r\n20\r\n>"});
+    EXPECT_EQ(scenario::u32(c.fram(), 64 + 0), 0u); // IDLE
 }
 
 TEST(SimStateFolder, ACutKeepsWhatTheBoardWroteAndTheDeploymentGoesOn) {
