@@ -132,18 +132,15 @@ TEST_F(AdcTest, GainAndRateCodes) {
     }
     EXPECT_EQ(out(), "");
 
+    const std::string gain = "\r\n\r\nUnrecognized PGA gain. Setting to 1.",
+                      rate = "\r\n\r\nUnrecognized data rate. Setting to 5 sps.";
     struct {
         int gain, sps;
         uint32_t code;
-        const char *console;
+        std::string console;
     } fallbacks[] = {
-        {3, 7, 0x00,
-         "\r\n\r\nUnrecognized PGA gain. Setting to 1.\r\n\r\nUnrecognized data rate. Setting "
-         "to 5 sps."},
-        {0, 2000, 0x09, "\r\n\r\nUnrecognized PGA gain. Setting to 1."},
-        {256, 20, 0x02, "\r\n\r\nUnrecognized PGA gain. Setting to 1."},
-        {64, 15, 0x60, "\r\n\r\nUnrecognized data rate. Setting to 5 sps."},
-        {2, -20, 0x10, "\r\n\r\nUnrecognized data rate. Setting to 5 sps."},
+        {3, 7, 0x00, gain + rate}, {0, 2000, 0x09, gain}, {256, 20, 0x02, gain},
+        {64, 15, 0x60, rate},      {2, -20, 0x10, rate},
     };
     for (auto &c : fallbacks) {
         EXPECT_EQ(ADS1248_gain_sps(c.gain, c.sps), c.code) << c.gain << " " << c.sps;
@@ -155,7 +152,7 @@ TEST_F(AdcTest, GainAndRateCodes) {
     sim::adc_queue_codes({0});
     pollADS1248_iso(1, 6, 1, 2, 7);
     EXPECT_EQ(sim::adc_log_text(), "40 03 0E 00 30 10 | FF FF FF");
-    EXPECT_EQ(out(), "\r\n\r\nUnrecognized data rate. Setting to 5 sps.");
+    EXPECT_EQ(out(), rate);
 }
 
 TEST_F(AdcTest, MuxAndBiasSwitchPatterns) {

@@ -85,53 +85,6 @@ class Line {
     std::string got_, all_;
 };
 
-// fenwa-sim --pty on a state folder; the path to its pseudo-terminal comes
-// on its standard output as "pty: /dev/pts/N".
-class Instrument {
-  public:
-    explicit Instrument(const std::string &dir) : errPath_(dir + ".stderr") {
-        int out[2];
-        if (pipe(out) != 0) {
-            return;
-        }
-        pid_ = scenario::spawn({FENWA_SIM_PATH, "--state", dir, "--pty"}, [&] {
-            dup2(out[1], 1);
-            dup2(open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            close(out[0]);
-        });
-        close(out[1]);
-        std::string text;
-        auto t0 = std::chrono::steady_clock::now();
-        while (since(t0) < 20 && text.find('\n', text.find("pty: ")) == std::string::npos &&
-               readSome(out[0], text, 200)) {
-        }
-        close(out[0]);
-        size_t p = text.find("pty: ");
-        if (p != std::string::npos) {
-            ptyPath_ = text.substr(p + 5, text.find('\n', p) - p - 5);
-        }
-    }
-    ~Instrument() { stop(); }
-    const std::string &ptyPath() const { return ptyPath_; }
-    std::string messages() const { return scenario::slurp(errPath_); }
-    pid_t pid() const { return pid_; }
-    // Asks it to stop (SIGTERM) and waits: its exit status (128 + signal when killed).
-    int stop(int sig = SIGTERM) {
-        if (pid_ <= 0) {
-            return -1;
-        }
-        kill(pid_, sig);
-        int status = scenario::finish(pid_);
-        pid_ = -1;
-        return status;
-    }
-
-  private:
-    pid_t pid_ = -1;
-    std::string ptyPath_;
-    std::string errPath_;
-};
-
 // Runs an lrzsz tool in `dir` on the pseudo-terminal; its exit status, or -1
 // when it had to be stopped.
 inline int runTool(const std::vector<std::string> &args, const std::string &dir,
@@ -166,9 +119,24 @@ inline void typeSlowly(Line &line, const std::string &s) {
     }
 }
 
-// fenwa-sim --pty on a state folder, and the host's line to it.
-struct Session {
-    explicit Session(const std::string &state) : sim(state), line(sim.ptyPath()) {}
+// fenwa-sim --pty on a state folder, and the host's line to it. The path to
+// the pseudo-terminal comes on the simulator's standard output as "pty: /dev/pts/N".
+class Session {
+  public:
+    explicit Session(const std::string &state) : errPath_(state + ".stderr"), line(start(state)) {}
+    ~Session() { stop(); }
+    std::string messages() const { return scenario::slurp(errPath_); }
+    pid_t pid() const { return pid_; }
+    // Asks it to stop (SIGTERM) and waits: its exit status (128 + signal when killed).
+    int stop() {
+        if (pid_ <= 0) {
+            return -1;
+        }
+        kill(pid_, SIGTERM);
+        int status = scenario::finish(pid_);
+        pid_ = -1;
+        return status;
+    }
     // Waits for the board's first prompt; four Enters and a key open the
     // menu, "5" the card command line.
     bool cardCommandLine() {
@@ -182,7 +150,34 @@ struct Session {
         typeSlowly(line, "5\r");
         return line.waitFor("> ", 10);
     }
-    Instrument sim;
+
+  private:
+    pid_t pid_ = -1;
+    std::string errPath_;
+
+    // Starts the simulator: the path to its pseudo-terminal.
+    std::string start(const std::string &dir) {
+        int out[2];
+        if (pipe(out) != 0) {
+            return "";
+        }
+        pid_ = scenario::spawn({FENWA_SIM_PATH, "--state", dir, "--pty"}, [&] {
+            dup2(out[1], 1);
+            dup2(open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+            close(out[0]);
+        });
+        close(out[1]);
+        std::string text;
+        auto t0 = std::chrono::steady_clock::now();
+        while (since(t0) < 20 && text.find('\n', text.find("pty: ")) == std::string::npos &&
+               readSome(out[0], text, 200)) {
+        }
+        close(out[0]);
+        size_t p = text.find("pty: ");
+        return p == std::string::npos ? "" : text.substr(p + 5, text.find('\n', p) - p - 5);
+    }
+
+  public:
     Line line;
 };
 

@@ -17,7 +17,6 @@
 #include "ff.h"
 #include "hibernate.h"
 #include "host_link.h"
-#include "hw_types.h"
 #include "i2c.h"
 #include "interrupt.h"
 #include "scenario.h"
@@ -523,20 +522,6 @@ TEST(SimStateFolder, ACutKeepsWhatTheBoardWroteAndTheDeploymentGoesOn) {
     EXPECT_GE(check_grid(b, true), n + 9);
 }
 
-TEST(SimStateFolder, OneSimulatorPerFolder) {
-    scenario::Board b;
-    {
-        hostlink::Session s(b.dir());
-        ASSERT_TRUE(s.line.waitFor("\r\n>", 20)) << s.sim.messages(); // it holds the folder
-        auto r = b.run("1 version\\r\n", 2, {}, 1);
-        EXPECT_EQ(r.err, "fenwa-sim: the state folder " + b.dir() +
-                             " is in use by another fenwa-sim (process " +
-                             std::to_string(s.sim.pid()) + ")\n");
-        EXPECT_EQ(s.sim.stop(), 0);
-    }
-    b.run("1 version\\r\n", 2);
-}
-
 TEST(SimStateFolder, DamagedStateFilesAreNamedWithWhatWasDone) {
     auto set_line = [](const std::string &dir, const std::string &key, const std::string &v) {
         std::string t = slurp(dir + "/board.txt");
@@ -619,7 +604,7 @@ std::string paused_read(hostlink::Line &line, const std::string &command, const 
 
 } // namespace
 
-TEST(SimHostLink, AClientThatStopsReadingGetsEveryByteAfterwards) {
+TEST(SimHostLink, OneSimulatorPerFolderAndAClientThatStopsReadingGetsEveryByte) {
     // "cat" of a 100 kB file from the card command line
     scenario::Board idle;
     fs::create_directories(idle.dir() + "/card");
@@ -627,15 +612,20 @@ TEST(SimHostLink, AClientThatStopsReadingGetsEveryByteAfterwards) {
     std::ofstream(idle.dir() + "/card/BIG.TXT", std::ios::binary) << big;
     {
         hostlink::Session s(idle.dir());
-        ASSERT_TRUE(s.cardCommandLine()) << s.sim.messages() << s.line.transcript();
+        ASSERT_TRUE(s.cardCommandLine()) << s.messages() << s.line.transcript();
+        auto r = idle.run("1 version\\r\n", 2, {}, 1); // it holds the folder
+        EXPECT_EQ(r.err, "fenwa-sim: the state folder " + idle.dir() +
+                             " is in use by another fenwa-sim (process " + std::to_string(s.pid()) +
+                             ")\n");
         std::string crlf;
         for (char c : big) {
             crlf += c == '\n' ? "\r\n" : std::string(1, c);
         }
         std::string t = paused_read(s.line, "cat big.txt\r", "line 00200", "\r\n/> ");
         EXPECT_NE(t.find("cat big.txt\r\n\r" + crlf), std::string::npos);
-        EXPECT_EQ(s.sim.stop(), 0);
+        EXPECT_EQ(s.stop(), 0);
     }
+    idle.run("1 version\\r\n", 2); // free again
     // "gdata" of a deployed board's 40 kB data file
     scenario::Board deployed;
     deployed.run(scenario::deploy_script(600), 10);
@@ -650,7 +640,7 @@ TEST(SimHostLink, AClientThatStopsReadingGetsEveryByteAfterwards) {
     paused_read(s.line, "gdata\r", "line 00100", "line 00999 ");
     ASSERT_TRUE(s.line.waitFor("\r\n", 5));
     EXPECT_NE(s.line.transcript().find("gdata\r\n\r" + data), std::string::npos);
-    EXPECT_EQ(s.sim.stop(), 0);
+    EXPECT_EQ(s.stop(), 0);
 }
 
 TEST(SimHostLink, YmodemWithLrzszOnThePty) {
@@ -660,7 +650,7 @@ TEST(SimHostLink, YmodemWithLrzszOnThePty) {
     scenario::Board b;
     fs::create_directories(b.dir() + "/card");
     hostlink::Session s(b.dir());
-    ASSERT_TRUE(s.cardCommandLine()) << s.sim.messages() << s.line.transcript();
+    ASSERT_TRUE(s.cardCommandLine()) << s.messages() << s.line.transcript();
     hostlink::Line &line = s.line;
     std::string host = fs::path(b.dir()).parent_path().string();
     for (int round = 0; round < 2; round++) {
