@@ -61,8 +61,7 @@ class AdcTest : public ::testing::Test {
     }
 };
 
-// One reading as the sample cycle takes it, byte for byte, and the lines
-// around it.
+// One reading as the sample cycle takes it, byte for byte, and the lines around it.
 TEST_F(AdcTest, TransactionsOfOneReading) {
     openADS1248_iso();
     ADS1248_gpio_init();
@@ -100,8 +99,7 @@ TEST_F(AdcTest, TransactionsOfOneReading) {
         << "clock, chip select and data out low at close";
 }
 
-// Registers the reading leaves in the ADC, and how long a burst takes: the
-// first conversion after the register write, then one period each.
+// The registers a reading leaves; a burst takes its first conversion, then one period each.
 TEST_F(AdcTest, RegistersAndBurstTiming) {
     open();
     ADS1248_gpio_ADG1609_mux(0);
@@ -295,8 +293,7 @@ TEST_F(AdcTest, DrdyTimeOut) {
     EXPECT_EQ(scenario::count(log, "ADS1248 no DRDY, readings set to -999"), 1u) << log;
 }
 
-// The model's water read back through the instrument's own chemistry; the
-// other channels at their fixed values.
+// The model's water read back through the chemistry; the other channels at fixed values.
 TEST_F(AdcTest, FrontEndRoundTrip) {
     struct Water {
         double ph, temp, sal;

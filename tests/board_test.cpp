@@ -91,8 +91,7 @@ const std::vector<EchoCase> kEchoCases = {
     {"q\b\b", "", "q\b \b"},
 };
 
-// The instrument port's echo and line editing go to the console, never back
-// to the instrument; the console echoes to itself the same way.
+// Both ports echo and edit lines to the console, never back to the instrument.
 TEST_F(BoardTest, EchoAndLineEditingOfBothPorts) {
     for (bool instrument : {true, false}) {
         for (const auto &c : kEchoCases) {

@@ -85,8 +85,7 @@ class Line {
     std::string got_, all_;
 };
 
-// Runs an lrzsz tool in `dir` on the pseudo-terminal; its exit status, or -1
-// when it had to be stopped.
+// Runs an lrzsz tool in `dir` on the pseudo-terminal: its exit status (-1: stopped).
 inline int runTool(const std::vector<std::string> &args, const std::string &dir,
                    const std::string &pty, double seconds) {
     pid_t pid = scenario::spawn(args, [&] {

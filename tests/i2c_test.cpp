@@ -41,8 +41,7 @@ class I2cParts : public ::testing::Test {
     }
 };
 
-// The datasheet's worked example (temperature and pressure words) and a
-// typical part's humidity words, as the climate-sensor model holds them.
+// The datasheet's worked example, as the climate-sensor model holds it.
 bme280_data example_calib() {
     const sim::Bme280Calib c = sim::bme280_example_calib();
     return {c.t1, c.t2, c.t3, c.p1, c.p2, c.p3, c.p4,           c.p5, c.p6, c.p7, c.p8, c.p9,
@@ -215,7 +214,9 @@ TEST_F(I2cParts, Bme280AcceptsItsRelativesAndRefusesOthers) {
     }
 }
 
-TEST_F(I2cParts, ExpanderStartsWithPort0OutputsLow) {
+// Port 0 starts as low outputs; bit writes only go to the output registers,
+// with a state of 0 or 1; the test menu switches port 0.
+TEST_F(I2cParts, Expander) {
     auto m = std::make_shared<sim::Pcal6416Model>();
     sim::attach_i2c(0x20, m);
     pcal6416_shadow_port0 = 0x5A;
@@ -231,24 +232,13 @@ TEST_F(I2cParts, ExpanderStartsWithPort0OutputsLow) {
     EXPECT_EQ(m->reg(7), 0xFF);
     EXPECT_EQ(m->pins(0), 0x00);
 
-    sim::attach_i2c(0x20, nullptr);
-    pcal6416_init();
-    EXPECT_EQ(take(), "PCAL6416 not found at 0x20\r\n");
-}
-
-struct PortBitCase {
-    int reg;
-    int mask;
-    uint32_t state;
-    const char *bus; // "" = nothing written
-    uint8_t pins0;
-};
-
-TEST_F(I2cParts, PortBitWritesOnlyOutputRegistersWithAStateOf0Or1) {
-    auto m = std::make_shared<sim::Pcal6416Model>();
-    sim::attach_i2c(0x20, m);
-    pcal6416_init();
-    const PortBitCase cases[] = {
+    const struct {
+        int reg;
+        int mask;
+        uint32_t state;
+        const char *bus; // "" = nothing written
+        uint8_t pins0;
+    } cases[] = {
         {2, 0x05, 1, "[20 W] 02 05 P", 0x05},
         {2, 0x01, 0, "[20 W] 02 04 P", 0x04},
         {2, 0x80, 2, "", 0x04},
@@ -258,7 +248,7 @@ TEST_F(I2cParts, PortBitWritesOnlyOutputRegistersWithAStateOf0Or1) {
         {3, 0x01, 0, "[20 W] 03 80 P", 0x04},
         {2, 0x300, 1, "[20 W] 02 04 P", 0x04},
     };
-    for (const PortBitCase &c : cases) {
+    for (const auto &c : cases) {
         sim::i2c_log_clear();
         pcal6416_write_port_bit(c.reg, c.mask, c.state);
         EXPECT_EQ(sim::i2c_log_text(), c.bus) << c.reg << " " << c.mask << " " << c.state;
@@ -268,11 +258,7 @@ TEST_F(I2cParts, PortBitWritesOnlyOutputRegistersWithAStateOf0Or1) {
     EXPECT_EQ(pcal6416_shadow_port1, 0x80);
     EXPECT_EQ(m->reg(3), 0x80);
     EXPECT_EQ(m->pins(1), 0x00) << "port 1 stays inputs";
-}
 
-TEST_F(I2cParts, ExpanderTestMenuSwitchesPort0) {
-    auto m = std::make_shared<sim::Pcal6416Model>();
-    sim::attach_i2c(0x20, m);
     pcal6416_init();
     take();
     sim::console_feed("A\rC\ra\rT\r9\r");
@@ -291,6 +277,10 @@ TEST_F(I2cParts, ExpanderTestMenuSwitchesPort0) {
     double t0 = sim::now_seconds();
     pcal6416_test_menu();
     EXPECT_NEAR(sim::now_seconds() - t0, 301.0, 1.0);
+    take();
+    sim::attach_i2c(0x20, nullptr);
+    pcal6416_init();
+    EXPECT_EQ(take(), "PCAL6416 not found at 0x20\r\n");
 }
 
 TEST_F(I2cParts, Ina260FactorsAndFixedSupplyFigures) {

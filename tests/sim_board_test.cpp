@@ -429,9 +429,8 @@ TEST(SimSupervisor, ACrashedPowerCycleEndsTheRunWithAnError) {
 
 namespace {
 
-// The card's sample lines must number 0, 1, 2... and, from the second on,
-// lie 20 s apart: what a deployment left alone writes. After a power cut
-// (`cut`) the sample in flight may come again, once. Returns the count.
+// Sample lines numbered 0, 1, 2... 20 s apart from the second on; after a power
+// cut (`cut`) the sample in flight may come again, once. Returns the count.
 size_t check_grid(const scenario::Board &b, bool cut = false) {
     std::istringstream in(b.cardFile("NONAME.TXT"));
     size_t n = 0, repeats = 0;
@@ -456,8 +455,7 @@ size_t check_grid(const scenario::Board &b, bool cut = false) {
     return n;
 }
 
-// A long fast run on the board, ended by `sig` once it wrote `more` samples:
-// its exit status.
+// A long fast run ended by `sig` once it wrote `more` samples: its exit status.
 int interrupted_run(const scenario::Board &b, size_t more, int sig) {
     size_t n = check_grid(b);
     pid_t pid = scenario::start_sim({"--state", b.dir(), "--fast", "--for", "1000000"});
@@ -591,8 +589,7 @@ std::string numbered_lines(int n, const std::string &end) {
     return s;
 }
 
-// Types `command`, stops reading for a while once `marker` came, then reads
-// on until `end`: what came in between is all there.
+// Types `command`, stops reading for a while once `marker` came, then reads to `end`.
 std::string paused_read(hostlink::Line &line, const std::string &command, const std::string &marker,
                         const std::string &end) {
     hostlink::typeSlowly(line, command);

@@ -31,8 +31,7 @@ using Steps = std::vector<sim::Typist::Step>;
 
 const std::string kAck = "\x06", kNak = "\x15", kCan = "\x18", kEot = "\x04";
 
-// Bytes that are not text, so nothing in them looks like a protocol byte by
-// accident of the test.
+// Bytes that are not text, so nothing looks like a protocol byte by accident.
 std::string pattern(size_t n, uint32_t seed) {
     std::string s(n, '\0');
     for (size_t i = 0; i < n; i++) {
@@ -82,10 +81,8 @@ TEST_F(YmodemTest, Crc16AndSizeTexts) {
     EXPECT_EQ(str_to_u32("x1"), 0u);
 }
 
-// 1500 bytes go as two 1024-byte blocks; the second repeats the tail of the
-// first behind the file's last 476 bytes. Then EOT and the closing block 0.
-// The host's "ys" names no file: the data file goes. NAKs make a block go
-// again; a CAN ends the transfer at once.
+// 1500 bytes: the second 1024-byte block repeats the first's tail behind the last 476
+// bytes. A bare "ys" sends the data file; a NAK repeats a block, a CAN ends at once.
 TEST_F(YmodemTest, SenderAnswersAsTheReceiverSays) {
     const std::string file = pattern(1500, 7), p1 = packet(1, file.substr(0, 1024));
     const Steps tail = {{packet(2, file.substr(1024) + file.substr(476, 548)), kAck},
@@ -129,9 +126,8 @@ TEST_F(YmodemTest, SenderAnswersAsTheReceiverSays) {
     }
 }
 
-// A whole batch: the complement byte is not looked at, a repeated block and a
-// bad CRC are refused, the first EOT is refused, and the end of the batch
-// leaves the file as the create-always reopen stretched to its size.
+// The complement byte is not looked at; a repeated block, a bad CRC and the first EOT are
+// refused; the end leaves the file as the create-always reopen stretched it.
 TEST_F(YmodemTest, ReceiverBatchAndItsEnd) {
     std::string a(128, 'A'), b(1024, 'B'), bad = packet(2, b);
     bad[10] ^= 1;
@@ -185,9 +181,8 @@ TEST_F(YmodemTest, ReceiverAsksOnceASecondWithoutLimit) {
     EXPECT_LE(cs, 21u);
 }
 
-// Calibration mode: only *.cal of at most 500 bytes; the file is parsed, not
-// stored, and the sender is cancelled. A short file in 128-byte blocks is
-// gathered up to its announced size first.
+// Calibration mode: only *.cal of at most 500 bytes, parsed, not stored, the sender
+// cancelled; 128-byte blocks are gathered up to the announced size first.
 TEST_F(YmodemTest, ReceiverCalibrationMode) {
     const std::string cal = "Sensor_SN,S1\r\nISFET_SN,F2\r\nISE_SN,E3\r\nPT_Cal_date,01/02/2024\r\n"
                             "k2_C0,1.5e-01\r\nk2_C1,2\r\nk2_C2,3\r\nk2_C3,4\r\nfP_0,5\r\nfP_1,6\r\n"

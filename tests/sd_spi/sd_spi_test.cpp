@@ -20,8 +20,7 @@ using CardModel = sim::SdCard;
 const auto csdV2 = sim::SdCard::csdV2;
 const auto csdV1 = sim::SdCard::csdV1;
 
-// The card behind PA3 on SSI0; the slot's switch (PA6) is the board's. Keeps
-// the bit time of the first and the last byte clocked.
+// The card behind PA3 on SSI0, keeping the bit time of the first and last byte clocked.
 struct CardOnSsi0 : sim::SpiDevice {
     CardModel *card = nullptr;
     uint64_t firstBit = 0, lastBit = 0;
