@@ -53,11 +53,11 @@ void uart3_test_isr() {
     }
 }
 
-void uart3_9600() {
-    UARTClockSourceSet(UART3_BASE, UART_CLOCK_PIOSC);
-    UARTConfigSetExpClk(UART3_BASE, 16000000, 9600, UART_CONFIG_WLEN_8);
-    UARTFIFOLevelSet(UART3_BASE, UART_FIFO_TX1_8, UART_FIFO_RX1_8);
-    UARTEnable(UART3_BASE);
+void uart_on(uint32_t base, uint32_t baud) {
+    UARTClockSourceSet(base, UART_CLOCK_PIOSC);
+    UARTConfigSetExpClk(base, 16000000, baud, UART_CONFIG_WLEN_8);
+    UARTFIFOLevelSet(base, UART_FIFO_TX1_8, UART_FIFO_RX1_8);
+    UARTEnable(base);
 }
 
 } // namespace
@@ -95,7 +95,7 @@ TEST_F(SimBoard, SysTickRunsEveryMillisecondAndWaitsWhileMasked) {
 TEST_F(SimBoard, UartPacesBothDirectionsAndRaisesItsInterrupts) {
     auto line = std::make_shared<sim::Typist>(std::vector<sim::Typist::Step>{}, 5, 9600);
     sim::attach_serial(UART3_BASE, line);
-    uart3_9600();
+    uart_on(UART3_BASE, 9600);
     const uint64_t byte = sim::kCpuHz * 10 / 9600;
 
     // transmit: one byte shifting plus a 16-byte FIFO, one byte per byte time
@@ -323,9 +323,7 @@ TEST(SimScript, TimesAndEscapes) {
 namespace {
 
 void say(const std::string &s) {
-    UARTClockSourceSet(UART0_BASE, UART_CLOCK_PIOSC);
-    UARTConfigSetExpClk(UART0_BASE, 16000000, 115200, UART_CONFIG_WLEN_8);
-    UARTEnable(UART0_BASE);
+    uart_on(UART0_BASE, 115200);
     for (char c : s) {
         while (!UARTCharPutNonBlocking(UART0_BASE, uint8_t(c))) {
             SysCtlSleep();
