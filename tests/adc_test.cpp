@@ -219,9 +219,9 @@ TEST_F(AdcTest, BurstArithmetic) {
     EXPECT_EQ(pollADS1248_iso(1, 6, 1, 2, 1000), 3.0f * kVpc);
     EXPECT_EQ(sys_samp.AD24_std, 0.0f);
     closeADS1248_iso();
-}
 
-TEST_F(AdcTest, TrialsAbove120) {
+    // More than 120 trials: 120 taken, and said so.
+    SetUp();
     open();
     sys_samp.AD24_std = -1.0f;
     float v = pollADS1248_iso(1, 6, 121, 1, 2000);

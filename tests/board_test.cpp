@@ -311,9 +311,7 @@ TEST_F(FramTest, TransfersOnTheBus) {
     sim::i2c_log_clear();
     fram_apf_dbuf_store(big, 65537); // length modulo 65536: one byte
     EXPECT_EQ(sim::i2c_log_text(), "[50 W] 04 00 77 P");
-}
-
-TEST_F(FramTest, TransfersRestoreTheInterruptMask) {
+    // each transfer leaves the interrupt mask as it found it
     fram_sys_samp_store();
     EXPECT_FALSE(IntMasterDisable()) << "were enabled, are enabled again";
     fram_sys_samp_store();

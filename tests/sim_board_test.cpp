@@ -361,7 +361,7 @@ void crasher() {
 
 } // namespace
 
-TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
+TEST(SimSupervisor, HibernationWakesResetsAndCrashesAcrossRuns) {
     scenario::Board b;
     sim::Options o;
     o.state_dir = b.dir();
@@ -408,15 +408,10 @@ TEST(SimSupervisor, HibernationWakesByRtcAndByKeyAndResumesAcrossRuns) {
     ASSERT_GE(r.ends.size(), 2u);
     EXPECT_EQ(r.ends[0], sim::EndReason::Reset);
     EXPECT_EQ(r.stop, "time up");
-}
 
-TEST(SimSupervisor, ACrashedPowerCycleEndsTheRunWithAnError) {
-    scenario::Board b;
-    sim::Options o;
-    o.state_dir = b.dir();
+    // a crashed power cycle ends the run with an error
     o.entry = crasher;
-    o.blank_eeprom = true;
-    sim::RunResult r = sim::run(o);
+    r = sim::run(o);
     EXPECT_TRUE(r.crashed);
     EXPECT_NE(r.exit_code, 0);
     EXPECT_EQ(r.output, "about to fail\n");

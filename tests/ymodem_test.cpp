@@ -169,10 +169,8 @@ TEST_F(YmodemTest, ReceiverEndings) {
         EXPECT_EQ(calFileFlg, 0);
         out();
     }
-}
-
-// Nobody sends: a "C" every second for as long as that lasts.
-TEST_F(YmodemTest, ReceiverAsksOnceASecondWithoutLimit) {
+    // Nobody sends: a "C" every second for as long as that lasts.
+    SetUp();
     auto far = far_end({});
     far->type("Q", sim::now_cycles() + 20 * sim::kCpuHz);
     EXPECT_EQ(ymodem_receive(1, "yr"), -1);
