@@ -396,7 +396,7 @@ TEST_F(BoardTest, WatchdogStatistics) {
     EXPECT_EQ(port_f() & GPIO_PIN_1, 0) << "each pulse ends low";
 }
 
-TEST_F(BoardTest, LedsAndProbes) {
+TEST_F(BoardTest, LedsProbesAndCardDetect) {
     init_TM4C123GH6PM_64pin();
     led_init();
     profileTarget = 0;
@@ -418,10 +418,7 @@ TEST_F(BoardTest, LedsAndProbes) {
         EXPECT_EQ((port_f() & GPIO_PIN_2) != 0, s.red != 0);
         EXPECT_EQ((port_f() & GPIO_PIN_3) != 0, s.green != 0);
     }
-}
-
-TEST_F(BoardTest, CardDetectIsActiveLow) {
-    sim::state().card_absent = false; // the line reads low
+    sim::state().card_absent = false; // card detect: the line reads low
     EXPECT_EQ(uSD_present(), 1);
     EXPECT_EQ(GPIOPinRead(GPIO_PORTA_BASE, GPIO_PIN_6), 0);
     sim::state().card_absent = true;

@@ -169,7 +169,7 @@ TEST_F(UserIoTest, YesOrNo) {
     }
 }
 
-TEST_F(UserIoTest, KbhitDiscardsWhatWasTyped) {
+TEST_F(UserIoTest, KeysWithoutEnter) {
     EXPECT_EQ(kbhit(), 0);
     type("abc");
     EXPECT_EQ(kbhit(), 1);
@@ -178,9 +178,7 @@ TEST_F(UserIoTest, KbhitDiscardsWhatWasTyped) {
     // A following get_key waits for new input.
     sim::console_feed("k\r");
     EXPECT_EQ(get_key(), 'k');
-}
-
-TEST_F(UserIoTest, TimedInput) {
+    // kbhit discards what was typed; timed and single-byte reads take a key at once
     Timer_1ms(1);
     EXPECT_EQ(getchar_timed(1), -1);
     EXPECT_NEAR(Timer_1ms(0), 1010u, 10u); // more than 100 ticks of 10 ms
