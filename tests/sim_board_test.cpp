@@ -647,6 +647,9 @@ TEST(SimHostLink, YmodemWithLrzszOnThePty) {
         // card -> host
         const std::string n = std::to_string(round), name = "f" + n + ".txt";
         std::string data = numbered_lines(40 + 60 * round, "\r\n");
+        for (int i = 0; round == 1 && i < 1024; i++) {
+            data += char(i * 7); // every byte value both ways: XON/XOFF, ^C, CR, CAN
+        }
         std::ofstream(b.dir() + "/card/" + name, std::ios::binary) << data;
         hostlink::typeSlowly(line, "ys " + name + "\r");
         ASSERT_TRUE(line.waitFor(" bytes...\r\n", 10)) << line.transcript();
