@@ -480,24 +480,14 @@ std::string answer(const std::string &out, const std::string &cmd, size_t from =
 
 constexpr uint32_t kStart = 1735689000; // 12/31/2024 23:50:00
 
-// Script lines typing `lines` one a second from `t` on.
-std::string each_second(int t, std::initializer_list<const char *> lines) {
-    std::string s;
-    for (const char *l : lines) {
-        s += std::to_string(t++) + " " + l + "\\r\n";
-    }
-    return s;
-}
-
 TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     scenario::Board b;
-    auto r = b.run("1 sleep\\r\n5 \\r\n" // wakes the board; the byte itself is lost
-                       + each_second(7, {"q", "type,3", "mode,2", "mode,?",
-                                         "ctd,1727464446,20.0000,35.0000,-5.00", "ACK", "ctd,?",
-                                         "rtc,1727464426", "rtc,?", "t2"}) +
-                       each_second(26, {"sl", "s", "e", "p", "t", "c"}) +
-                       each_second(34, {"tint,400", "bake,10", "init", "off"}),
-                   45, {"--rtc", std::to_string(kStart)});
+    auto r = b.run(
+        "1 sleep\\r\n5 \\r\n" // wakes the board; the byte itself is lost
+            + each_second(7, "q|type,3|mode,2|mode,?|ctd,1727464446,20.0000,35.0000,-5.00|ACK|"
+                             "ctd,?|rtc,1727464426|rtc,?|t2") +
+            each_second(26, "sl|s|e|p|t|c") + each_second(34, "tint,400|bake,10|init|off"),
+        45, {"--rtc", std::to_string(kStart)});
     const std::string &o = r.out;
     EXPECT_EQ(answer(o, "ctd,1727464446,20.0000,35.0000,-5.00"),
               "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\nDBG: good char A\r\nDBG: good char "

@@ -36,6 +36,16 @@ template <typename... T> std::string row(const T &...v) {
     return s;
 }
 
+// Script lines typing `keys` ("|" between them) one a second from `t` on.
+inline std::string each_second(int t, const std::string &keys) {
+    std::string s;
+    for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
+        bar = keys.find('|', from);
+        s += std::to_string(t++) + " " + keys.substr(from, bar - from) + "\\r\n";
+    }
+    return s;
+}
+
 // A 32-bit field of the float controller's record in a FRAM image.
 inline uint32_t fram_field(const std::vector<uint8_t> &f, size_t off) {
     return scenario::u32(f, FRAM_ADDR_APF_VARS + off);

@@ -18,7 +18,6 @@
 #include "factory_board.h"
 #include "inst_models.h"
 #include "scenario.h"
-#include "scripted_line.h"
 #include "sim.h"
 
 #include "board/board_util.h"
@@ -36,7 +35,41 @@
 
 namespace {
 
-using Script = std::vector<sim::ScriptedLine::Step>;
+// A test instrument that answers exact bytes: each step waits until the line
+// has heard its trigger since the port came up (an empty trigger: at once),
+// then sends its reply `delay_ms` later. The port coming up starts it again.
+class ScriptedLine : public sim::SerialInstrument {
+  public:
+    struct Step {
+        std::string trigger, reply;
+        double delay_ms;
+    };
+    ScriptedLine(uint32_t baud, std::vector<Step> steps)
+        : SerialInstrument(baud), steps_(std::move(steps)) {}
+
+  protected:
+    void port_up(uint64_t at) override {
+        heard_.clear();
+        next_ = 0;
+        fire(at);
+    }
+    void byte_in(uint8_t byte, uint64_t at) override {
+        heard_ += char(byte);
+        fire(at);
+    }
+    void fire(uint64_t at) {
+        for (; next_ < steps_.size() && heard_.find(steps_[next_].trigger) != std::string::npos;
+             next_++) {
+            say(steps_[next_].reply, at + ms(steps_[next_].delay_ms));
+        }
+    }
+
+  private:
+    std::vector<Step> steps_;
+    size_t next_ = 0;
+    std::string heard_;
+};
+using Script = std::vector<ScriptedLine::Step>;
 
 // Each instrument on its port: rate, dispatcher value and the driver's state.
 struct Rig {
@@ -136,7 +169,7 @@ TEST_F(InstrumentsTest, ScriptedReplies) {
     const std::string x63(63, 'x');
     const Script aan = {{"", "%", 300}, {"\r\n", "!", 2}};
     const Script opt = {{"", "%", 100}, {"\r\n", "!", 2}};
-    auto then = [](Script s, const sim::ScriptedLine::Step &last) {
+    auto then = [](Script s, const ScriptedLine::Step &last) {
         s.push_back(last);
         return s;
     };
@@ -190,7 +223,7 @@ TEST_F(InstrumentsTest, ScriptedReplies) {
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.inst) + " " + (c.script.empty() ? "" : c.script.back().reply));
         const Rig &r = rig(c.inst);
-        Outcome o = poll(r, std::make_shared<sim::ScriptedLine>(r.baud, c.script), c.diag);
+        Outcome o = poll(r, std::make_shared<ScriptedLine>(r.baud, c.script), c.diag);
         EXPECT_EQ(o.column, c.column);
         EXPECT_EQ(o.console, c.console);
         EXPECT_EQ(o.state, c.state);

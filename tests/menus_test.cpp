@@ -8,6 +8,7 @@
 #include <regex>
 
 #include "core/decimal.h"
+#include "ymodem_bytes.h"
 
 using scenario::Board;
 using scenario::count;
@@ -32,22 +33,6 @@ double f64(const std::vector<uint8_t> &img, size_t off) {
 std::vector<uint8_t> record(const Board &b) {
     auto e = b.eeprom();
     return std::vector<uint8_t>(e.begin() + kRecord, e.begin() + kRecord + kRecordSize);
-}
-
-// Sets the period, then deploys from the menu (the board starts at about 4 s).
-std::string deploy(uint32_t period) {
-    return "1 period " + std::to_string(period) +
-           "\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n";
-}
-
-// Script lines typing `keys` ("|" between them) one a second from `t` on.
-std::string each_second(int t, const std::string &keys) {
-    std::string s;
-    for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
-        bar = keys.find('|', from);
-        s += std::to_string(t++) + " " + keys.substr(from, bar - from) + "\\r\n";
-    }
-    return s;
 }
 
 } // namespace
@@ -224,7 +209,7 @@ TEST(HelpWords, EveryOfferedCommandIsAnsweredAndNoOtherNamed) {
     for (const auto &f : deployed) {
         SCOPED_TRACE("deployed " + f);
         Board b;
-        b.run(deploy(3600), 10);
+        b.run(scenario::deploy_script(3600), 10);
         ASSERT_EQ(scenario::u32(b.fram(), 64 + 0), 1u); // deployed
         EXPECT_EQ(b.run("1 x\n2 " + f + "\\r\n", 6).out.find("NAK"), std::string::npos);
     }
@@ -402,7 +387,7 @@ TEST(WatchdogGap, FirstGapCountsFromResetAndIgnoresTheStopwatch) {
 // until `forSeconds`: the seconds of the day of each sample line
 // ("#0000001\t01/01/1970 01:00:04\t...").
 std::vector<uint32_t> sampleTimes(uint32_t period, const std::string &wakes, double forSeconds) {
-    std::string out = Board().run(deploy(period) + wakes, forSeconds).out;
+    std::string out = Board().run(scenario::deploy_script(period) + wakes, forSeconds).out;
     std::vector<uint32_t> t;
     for (size_t p = out.find("\t01/01/1970 "); p != std::string::npos;
          p = out.find("\t01/01/1970 ", p + 1)) {
@@ -445,27 +430,10 @@ TEST(Schedule, KeyWakesKeepTheGrid) {
 
 // ---- "yr" on the card command line ---------------------------------------------------
 
-// One 128-byte YMODEM packet, block `n`, as script escapes.
-std::string packet(uint8_t n, std::string data) {
-    data.resize(128, '\0');
-    uint16_t crc = crc16(reinterpret_cast<const uint8_t *>(data.data()), 128);
-    std::string bytes =
-        std::string{char(YM_SOH), char(n), char(~n)} + data + char(crc >> 8) + char(crc & 0xFF);
-    std::string s;
-    char hex[8];
-    for (unsigned char c : bytes) {
-        snprintf(hex, sizeof hex, "\\x%02x", c);
-        s += hex;
-    }
-    return s;
-}
-
 // It receives into the current directory: a file named like one in the root
-// leaves the root's file alone. The batch: name and size, one block, EOT twice
-// (the first is refused), the empty block 0.
+// leaves the root's file alone.
 TEST(CardReceive, YrStoresIntoTheCurrentDirectory) {
-    const std::string batch = packet(0, std::string("data.txt") + '\0' + "8") +
-                              packet(1, "received") + "\\x04\\x04" + packet(0, "");
+    const std::string batch = ymbytes::escaped(ymbytes::batch("data.txt", "received"));
     const struct {
         const char *cd; // "" stays at the root
         const char *stored;
