@@ -423,43 +423,59 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
     EXPECT_EQ(runs, 60);
 }
 
-// A host's sample command: the line ends in the instrument columns.
-TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumns) {
+// A host's sample command: the instrument columns end the line; the card's
+// faults are reported after it. All of the console after the command.
+TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumnsAndCardFaults) {
+    const std::string line = "#0000000\t   14.30\t";
+    auto unreadable = [](const std::string &e) {
+        std::string s = "#0000000\t   14.30\r\nf_open error: " + e + "\r\n";
+        for (const char *step : {"open", "lseek", "write", "write", "close"}) {
+            s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
+        }
+        return s;
+    };
     struct Case {
         uint8_t uart3, uart4; // 5: no CTD polled
         std::vector<std::string> args;
-        std::string tail;
+        std::string after;
     } cases[] = {
         {1,
          6,
          {"--inst", "optode", "--ctd", "sbe37"},
-         "\t4831\t856\t266.516\t98.000\t12.000\t12\t4\t34.00\td\tt"},
+         line + "4831\t856\t266.516\t98.000\t12.000\t12\t4\t34.00\td\tt\r\n"},
         {4,
          7,
          {"--inst", "picoph", "--ctd", "aand5860", "--ctd-fault", "silent"},
-         "\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t\tCTD not responding with Aanderaa % "
-         "then ! after powerup"},
+         "\r\nDEBUG: error in picoph driver, bufIndx exceeds buf size. picoph\r\n" + line +
+             "MEA\t1\t47\t0\t23390\t0\t0\t0\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t\t"
+             "CTD not responding with Aanderaa % then ! after powerup\r\n"},
         {2,
          6,
          {"--inst", "ocr", "--inst-fault", "late", "--ctd", "sbe37", "--ctd-fault", "long"},
-         "\tSATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999\t"
-         "ST7: error in ctd driver bufIndx exceeds buf size, ctd"},
-        {3, 5, {"--inst", "nanofet", "--ctd", "sbe37"}, "\t7.9000\t12.000\t-0.894342"},
+         line + "SATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999\t"
+                "ST7: error in ctd driver bufIndx exceeds buf size, ctd\r\n"},
+        {3, 5, {"--inst", "nanofet", "--ctd", "sbe37"}, line + "7.9000\t12.000\t-0.894342\r\n"},
+        {0, 0, {"--card-absent"}, unreadable("FR_NOT_READY")},
+        {0, 0, {"--card-error"}, unreadable("FR_DISK_ERR")},
+        {0,
+         0,
+         {"--card-full"},
+         "#0000000\t   14.30\r\nf_write error: card full, 0 of 19 bytes written\r\n"},
     };
     for (auto &c : cases) {
         scenario::Board b;
         factory_board(b, [&](systemData &d) {
+            memset(d.data_cfg, 0, CFG_UART3_INST);
+            d.data_cfg[CFG_SAMPLE_NUM] = d.data_cfg[CFG_VIN_BAT_VOLT] = 1;
             d.data_cfg[CFG_UART3_INST] = c.uart3;
             d.data_cfg[CFG_UART4_INST] = c.uart4;
         });
         std::vector<std::string> args = {"--ph", "7.9", "--temp", "12", "--sal", "34"};
         args.insert(args.end(), c.args.begin(), c.args.end());
         auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n", 0, args);
-        size_t p = r.out.find("\r\n#0");
-        ASSERT_NE(p, std::string::npos) << r.out;
-        std::string line = r.out.substr(p + 2, r.out.find("\r\n", p + 2) - p - 2);
-        ASSERT_GE(line.size(), c.tail.size());
-        EXPECT_EQ(line.substr(line.size() - c.tail.size()), c.tail) << line;
+        size_t t0 = r.out.find(">t0\r\n");
+        ASSERT_NE(t0, std::string::npos) << r.out;
+        EXPECT_EQ(r.out.substr(t0 + 5), c.after + "\r\n>*");
     }
 }
 

@@ -513,30 +513,4 @@ TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
     EXPECT_LT(longest, 1000.0);
 }
 
-// The card faults of the simulated board, seen through a host's sample
-// command.
-TEST(SampleScenario, HostSampleWithCardFaults) {
-    struct {
-        const char *knob;
-        const char *report;
-    } cases[] = {
-        {"--card-absent", "f_open error: FR_NOT_READY\r\nError.txt f_open error: FR_NOT_READY\r\n"},
-        {"--card-error", "f_open error: FR_DISK_ERR\r\nError.txt f_open error: FR_DISK_ERR\r\n"},
-        {"--card-full", "f_write error: card full, 0 of 19 bytes written\r\n"},
-    };
-    for (auto &c : cases) {
-        scenario::Board b;
-        factory_board(b, [](systemData &d) {
-            memset(d.data_cfg, 0, CFG_UART3_INST);
-            d.data_cfg[CFG_SAMPLE_NUM] = 1;
-            d.data_cfg[CFG_VIN_BAT_VOLT] = 1;
-        });
-        auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n", 0, {c.knob});
-        EXPECT_NE(r.out.find("t0\r\n#0000000\t   14.30\r\n" + std::string(c.report)),
-                  std::string::npos)
-            << c.knob << "\n"
-            << r.out;
-    }
-}
-
 } // namespace
