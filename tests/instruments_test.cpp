@@ -1,29 +1,18 @@
 // The serial instrument drivers stepped by hand against instruments on the
 // simulated board: scripted replies for the parse cases, each instrument model
 // with each fault knob for every ending, and whole samples through fenwa-sim.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "factory_board.h"
 #include "inst_models.h"
-#include "scenario.h"
-#include "sim.h"
 
 #include "board/board_util.h"
 #include "board/uart3.h"
 #include "board/uart4.h"
-#include "core/system.h"
 #include "instruments/ctd_aand5860.h"
 #include "instruments/ctd_base.h"
 #include "instruments/ctd_sbe37.h"

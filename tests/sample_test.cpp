@@ -2,40 +2,26 @@
 // them: the sample line column by column, the timing report, the last-sample
 // reprint, the salinity choice, the card append and its failures, the pump
 // dialogues and PWM phases, and a deployment beside an SBE37 in seawater.
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <regex>
-#include <string>
 #include <vector>
 
-#include "factory_board.h"
-#include "scenario.h"
-#include "sim.h"
+#include "console_bench.h"
 #include "typist.h"
 
-#include "board/board_util.h"
-#include "board/i2c0.h"
-#include "board/i2c_fram.h"
 #include "board/uart3.h"
 #include "board/uart4.h"
-#include "board/uartstdio.h"
-#include "core/main.h"
 #include "core/system.h"
-#include "files/microsd.h"
 #include "gpio.h"
-#include "host/apf_util.h"
 #include "measure/ph.h"
 #include "measure/pwm.h"
 #include "measure/sample.h"
-#include "sysctl.h"
 
 namespace {
 
