@@ -461,8 +461,6 @@ TEST_F(Apf, RecordTransferSendsLineByLineThenDeletes) {
     EXPECT_EQ(row(SendRecords(1, &pos), SendRecords(0, &pos), SendRecords(4, &pos)), "-1,-1,-1");
 }
 
-// ---- sessions through the simulator ----------------------------------------------
-
 // Text after the line echoed for `cmd` up to the next prompt.
 std::string answer(const std::string &out, const std::string &cmd, size_t from = 0) {
     size_t p = out.find(">" + cmd + "\r\n", from);

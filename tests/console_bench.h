@@ -90,31 +90,22 @@ class ConsoleBench : public ::testing::Test {
         return parse_rx0_buf();
     }
 
-    // Steps the receiver for `ms` of simulated time; returns -1 as soon as a
-    // command ends the awake period, else the last non-zero result.
-    static int32_t pump(uint32_t ms) {
-        uint32_t t0 = Timer_1ms(0);
+    // Types bytes at the console and steps the receiver for `ms` of simulated
+    // time; `result`: -1 as soon as a command ends the awake period, else the
+    // last non-zero result.
+    static std::string type(const std::string &bytes, uint32_t ms = 60, int32_t *result = nullptr) {
+        sim::console_feed(bytes);
         int32_t last = 0;
-        while (Timer_1ms(0) - t0 < ms) {
+        for (uint32_t t0 = Timer_1ms(0); last >= 0 && Timer_1ms(0) - t0 < ms;) {
             int32_t r = handle_m2m_comm();
-            if (r < 0) {
-                return r;
-            }
             if (r != 0) {
                 last = r;
             } else {
                 SysCtlSleep();
             }
         }
-        return last;
-    }
-
-    // Types bytes at the console and runs the receiver for `ms`.
-    static std::string type(const std::string &bytes, uint32_t ms = 60, int32_t *result = nullptr) {
-        sim::console_feed(bytes);
-        int32_t r = pump(ms);
         if (result != nullptr) {
-            *result = r;
+            *result = last;
         }
         return take();
     }

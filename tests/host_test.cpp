@@ -571,8 +571,6 @@ TEST_F(Host, DefaultSetsErrorLogAndStartUp) {
     EXPECT_EQ(row(apf.sys_sensor_mode, sys_data.app_cfg[11]), "1,0");
 }
 
-// ---- menu paths, through the simulator program ----------------------------------
-
 // Four Enters power down a spectrometer left on before the menu opens; "m"
 // opens it too, and the prompt comes twice on its return.
 TEST(HostScenario, MenuRequestAndMenuCommand) {

@@ -37,8 +37,6 @@ std::vector<uint8_t> record(const Board &b) {
 
 } // namespace
 
-// ---- the operator menus ---------------------------------------------------------
-
 TEST(Menus, ConfigurationChangesSurviveAPowerCycle) {
     Board b;
     auto r = b.run(
@@ -149,8 +147,6 @@ TEST(Menus, AnswersTakeOnlyWhatTheHostAccepts) {
     }
 }
 
-// ---- the help page's command words -------------------------------------------------
-
 // The help page as the operator sees it.
 std::string helpPage() {
     Board b;
@@ -214,8 +210,6 @@ TEST(HelpWords, EveryOfferedCommandIsAnsweredAndNoOtherNamed) {
         EXPECT_EQ(b.run("1 x\n2 " + f + "\\r\n", 6).out.find("NAK"), std::string::npos);
     }
 }
-
-// ---- numbers beyond 32 bits -----------------------------------------------------
 
 // Typed into every numeric argument of the host commands and the menus, they
 // read as the chip's 32-bit C library reads them: they saturate, and the
@@ -298,8 +292,6 @@ TEST(NumberLimits, DecimalReadsAsA32BitLibrary) {
     }
 }
 
-// ---- host presets -------------------------------------------------------------------
-
 // The board that only got "config <preset>" stores the same record as one
 // that was made to store it afterwards by another command ("period 7" stores
 // the whole record and only differs in the period). Column 0 goes off first,
@@ -333,8 +325,6 @@ TEST(PresetsStore, EveryHostPresetIsStoredByItsCommand) {
                         {"not available\r\n", "NAK\r\n"});
     EXPECT_EQ(b.eeprom(), img);
 }
-
-// ---- the watchdog's longest gap -------------------------------------------------
 
 // The number after the last `label` in `out`, or -1.
 long long figure(const std::string &out, const std::string &label) {
@@ -381,8 +371,6 @@ TEST(WatchdogGap, FirstGapCountsFromResetAndIgnoresTheStopwatch) {
     EXPECT_EQ(row(wdog.tickDelta, wdog.tickLongest, wdog.tickTot), row(t0 + 30u, t0 + 30u, 30u));
 }
 
-// ---- the deployed schedule under key wakes ------------------------------------------
-
 // Deploys with `period`, then types `wakes` ("SECONDS TEXT" lines) and runs
 // until `forSeconds`: the seconds of the day of each sample line
 // ("#0000001\t01/01/1970 01:00:04\t...").
@@ -427,8 +415,6 @@ TEST(Schedule, KeyWakesKeepTheGrid) {
     EXPECT_EQ(t[2], 4u + 1200u);
     EXPECT_EQ(t[3], 4u + 2400u);
 }
-
-// ---- "yr" on the card command line ---------------------------------------------------
 
 // It receives into the current directory: a file named like one in the root
 // leaves the root's file alone.
