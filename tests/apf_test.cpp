@@ -517,11 +517,10 @@ TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     EXPECT_EQ(file.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u);
     EXPECT_NE(file.find(m[2].str() + "\n"), std::string::npos);
     // FRAM keeps what the session set; "init" cleared the counters.
-    auto f = b.fram();
-    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 3);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 400u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, dura_sample_ctr)), 0u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 0u);
+    apfGlobals a;
+    memcpy(&a, b.fram().data() + FRAM_ADDR_APF_VARS, sizeof a);
+    EXPECT_EQ(row(a.sys_sensor_type, a.isus_spec_period, a.dura_sample_ctr, a.sys_reset_ctr),
+              "3,400,0,0");
     EXPECT_EQ(b.cardFile("ERROR.LOG"), "");
 }
 
@@ -545,11 +544,10 @@ TEST(ApfSession, RecordSurvivesPowerCycles) {
         p = o.find(">p\r\n", p + 1);
         EXPECT_EQ(answer(o, "p", p), std::string("ACK,P,") + want);
     }
-    auto f = b.fram();
-    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 2);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 123u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 1u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_time)), kStart + 30);
+    apfGlobals a;
+    memcpy(&a, b.fram().data() + FRAM_ADDR_APF_VARS, sizeof a);
+    EXPECT_EQ(row(a.sys_sensor_type, a.isus_spec_period, a.sys_reset_ctr, a.sys_reset_time),
+              row(2, 123, 1, kStart + 30));
 }
 
 TEST(ApfSession, BadHostInputNeverBlocksTheLink) {

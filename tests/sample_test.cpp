@@ -113,9 +113,7 @@ TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
                    s.fVtherm_std, s.fTempC, s.fVrsi, s.fVrsi_std, s.pHint, s.fVrse, s.fVrse_std,
                    vrsiB.str(2).c_str(), s.fVk, s.fVk_std, s.fIk, s.fIb));
     EXPECT_EQ(strf("%8.2f", s.fVbat_main), "   14.30"); // the fixed battery figure of this board
-    EXPECT_EQ(s.sampNum, 7u);
-    EXPECT_EQ(s.timestamp, 1700000000u);
-    EXPECT_EQ(sys_samp.current_sample, 8u);
+    EXPECT_EQ(row(s.sampNum, s.timestamp, sys_samp.current_sample), "7,1700000000,8");
     // The sensor model's water: 15 C, pH 8.
     EXPECT_NEAR(s.fTempC, sim::environment().temp_c, 0.05);
     EXPECT_NEAR(s.pHint, sim::environment().ph, 0.05);
@@ -352,11 +350,9 @@ TEST_F(SampleTest, PumpSequenceDialogues) {
         wait_consoleTx();
         EXPECT_TRUE(op->all_answered());
         EXPECT_EQ(op->seen, c.transcript);
-        EXPECT_EQ(sys_data.pump_seq_type, c.type);
-        EXPECT_EQ(sys_data.pump1_ontime, c.on1);
-        EXPECT_EQ(sys_data.pump2_ontime, 0u);
-        EXPECT_EQ(sys_data.pump1_cycles, c.cycles1);
-        EXPECT_EQ(sys_data.pump2_cycles, 0u);
+        EXPECT_EQ(row(sys_data.pump_seq_type, sys_data.pump1_ontime, sys_data.pump2_ontime,
+                      sys_data.pump1_cycles, sys_data.pump2_cycles),
+                  row(c.type, c.on1, 0, c.cycles1, 0));
         if (c.type == 1) { // the single pump's count starts again, kept in FRAM at once
             EXPECT_EQ(sys_samp.pump1_cnt, 0u);
             uint8_t rec[60];
