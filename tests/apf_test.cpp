@@ -1,6 +1,4 @@
-// The float controller's dialect: replies and refusals, the "ACK" waits, the pH
-// record and its check word, the header block, "init", the record transfer;
-// then whole sessions through the simulator program.
+// The float controller's dialect, in-process and in whole simulated sessions.
 #include "console_bench.h"
 
 #include <regex>
@@ -25,8 +23,7 @@ const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)
                          R"(\d+,-?[\d.]+,-?[\d.]+,-?[\d.]+,\d+,\d+,\d+,[^,]+,-?[\d.]+,-?[\d.]+,)"
                          R"([^,]+,[^,]+,-?[\d.]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,\r\n]+))");
 
-// True when the check word matches the record as it was formatted (seven
-// blanks where the word now stands).
+// The check word: the record formatted with seven blanks in its place, checked.
 bool crc_ok(const std::smatch &m) {
     std::string formatted = "       " + m[2].str();
     uint16_t crc =
@@ -355,8 +352,7 @@ TEST_F(Apf, HeaderBlockLines) {
         HibernateRTCSet(kNewYearsEve);
         EXPECT_EQ(fixed_build_line(reply(line)), general + block) << line;
     }
-    // Model 2, compensation off, bromide fitted; an unknown model leaves the
-    // label without its line end.
+    // Model 2, no compensation, bromide fitted; an unknown model: no line end.
     apf.isus_bsl_model = 2;
     apf.isus_tcomp_mode = 0;
     apf.isus_salfit_mode = 1;
@@ -410,8 +406,7 @@ TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
     EXPECT_NE(file.find("H, Samps per AtoD  Recal , 250\r\n" + m[2].str() + "\n"),
               std::string::npos);
     EXPECT_EQ(file.size() - file.find("pH,"), m[2].length() + 1);
-    // The next record goes to the file of the (stand-in) power-cycle count,
-    // without a header.
+    // The next record: the power-cycle count's file, no header.
     out = reply("s2", 20000);
     ASSERT_TRUE(std::regex_search(out, m, kRecord)) << out;
     EXPECT_TRUE(crc_ok(m));
@@ -532,8 +527,7 @@ TEST(ApfSession, RecordSurvivesPowerCycles) {
                    "30 \\r\n32 p\\r\n34 sleep\\r\n",
                    40, {"--rtc", std::to_string(kStart)});
     const std::string &o = r.out;
-    // Each start counts one reset and notes its time; the settings stay,
-    // the mode starts at 1 again.
+    // Each start counts a reset and its time; settings stay, the mode is 1 again.
     EXPECT_EQ(answer(o, "q"), "ACK,Q,2");
     EXPECT_EQ(answer(o, "tint,?"), "TINT,?,123");
     EXPECT_EQ(answer(o, "mode,?"), "ACK,MODE?,1");

@@ -1,6 +1,4 @@
-// Host command line: the keyword table row by row, the handlers' exact
-// replies, the receiver's line discipline, the float-controller record's
-// defaults, error log and start-up; the menu paths through the simulator.
+// Host command line: keywords, replies, line discipline, the float-controller record.
 #include "console_bench.h"
 
 #include <vector>
@@ -19,8 +17,7 @@ class Host : public ConsoleBench {
     }
 };
 
-// Rows whose reply another table checks byte for byte (the float-controller
-// dialect, period, term time, version) are not repeated here.
+// Replies other tables check byte for byte are not repeated here.
 
 struct Row {
     std::string line;
@@ -61,8 +58,7 @@ const Row kRows[] = {
     {"spectra,210,221", 122, nullptr},
 };
 
-// Lines that answer nothing at all ("m" matches a one-letter line only: "ma"
-// and "mz" are no menu).
+// Lines that answer nothing ("m" alone is the menu: "ma" and "mz" are not).
 struct Code {
     const char *line;
     uint32_t code;
@@ -73,9 +69,7 @@ const Code kQuiet[] = {
     {"xyz", 0},        {"timestamp", 89}, {"ma", 0},    {"mz", 0},
 };
 
-// Keywords whose replies other tables check (the float controller's dialect
-// in apf_test, each handler in its own suite): the dispatcher's result only.
-// "gettime" (7 characters) is the set form.
+// The dispatcher's result only (replies checked elsewhere); "gettime" is the set form.
 const Code kCodes[] = {
     {"bake,10", 100}, {"biasneg", 28}, {"c", 101},         {"c1", 103},     {"c2", 102},
     {"cal", 104},     {"config", 81},  {"ctd,?", 106},     {"dev", 148},    {"ec", 7},
@@ -139,8 +133,7 @@ TEST_F(Host, EveryKeywordRowDispatchesToItsHandler) {
     }
 }
 
-// Sampling entries follow the sensor mode; "s1".."t2" switch it; the help
-// words set the term time.
+// Sampling entries follow the sensor mode; "s1".."t2" switch it; help sets the term time.
 TEST_F(Host, SensorModeAndTermTimeEntries) {
     struct Case {
         const char *line;
@@ -419,15 +412,13 @@ TEST_F(Host, ReceiverLineDiscipline) {
         // A line without its carriage return runs 250 ms after its last letter.
         {"version", 100, "version", "2/2/0/version"},
         {"", 200, "\r\n" + ver, "2/0/0/"},
-        // The fourth Enter in a row opens the menu with the next byte;
-        // anything in between starts the count again.
+        // The fourth Enter in a row opens the menu with the next byte; others restart the count.
         {"\r\r\r", 60, kPrompt + kPrompt + kPrompt, "1/0/3/"},
         {"\r", 60, kPrompt, "1/1/0/"},
         {nullptr, 0, "", ""},
         {"\r\r\r1\r\r\r", 60,
          kPrompt + kPrompt + kPrompt + "NAK\r\n" + kPrompt + kPrompt + kPrompt + kPrompt, "1/0/3/"},
-        // Wake bytes are swallowed; the term time resets to idle without dispatch;
-        // a non-letter after the wake byte returns to idle at once.
+        // Wake bytes are swallowed; the term time or a non-letter returns to idle.
         {"<<ts", 60, "", "2/3/0/ts"},
         {"", 400, kPrompt, "2/0/0/"},
         {"<1", 60, kPrompt, "2/0/0/"},
@@ -569,8 +560,7 @@ TEST_F(Host, DefaultSetsErrorLogAndStartUp) {
     EXPECT_EQ(row(apf.sys_sensor_mode, sys_data.app_cfg[11]), "1,0");
 }
 
-// Four Enters power down a spectrometer left on before the menu opens; "m"
-// opens it too, and the prompt comes twice on its return.
+// Four Enters power down a spectrometer left on; "m" opens the menu; two prompts after.
 TEST(HostScenario, MenuRequestAndMenuCommand) {
     scenario::Board b;
     b.run("1 ver\\r\n");

@@ -1,6 +1,4 @@
-// The serial instrument drivers stepped by hand against instruments on the
-// simulated board: scripted replies for the parse cases, each instrument model
-// with each fault knob for every ending, and whole samples through fenwa-sim.
+// The serial instrument drivers against scripted replies and the instrument models.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -80,9 +78,7 @@ const Rig &rig(const std::string &name) {
                          [&](const Rig &g) { return name == g.name; });
 }
 
-// What a poll left: the column text, the driver's state, the salinity kept
-// for the pH, the CTD's figures, the console, the returned states (runs of
-// one value shown once: "2 3 0") and the simulated seconds it took.
+// What a poll left; `runs`: the returned states, each run once ("2 3 0").
 struct Outcome {
     std::string column, console, runs;
     int32_t state;
@@ -282,10 +278,8 @@ TEST_F(InstrumentsTest, ModelsAnswerOnlyAtTheirRate) {
     EXPECT_FALSE(m->rate_ok());
 }
 
-// Each instrument's good reply against its manual's example, and each fault
-// knob of each model driving its driver into its ending: the column text, the
-// driver's state, the CTD salinity (30 = kept from before) and the console
-// (sys_data.diag is on).
+// Each model's reply against its manual, and each fault knob into its driver's
+// ending (salinity 30: kept from before).
 TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding) {
     struct {
         std::string got, manual;
@@ -468,10 +462,8 @@ TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumnsAndCardFaults) {
     }
 }
 
-// A week at a mooring with hourly samples: the data file's temperature and pH
-// follow the water file (ISO 8601 times, counted from its first row) within
-// the sensor's noise, and the SBE37's salinity reaches the controller and
-// goes into every external pH.
+// A week of hourly samples follows the water file; the SBE37's salinity reaches
+// every external pH.
 TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
     scenario::Board b;
     factory_board(b, [](systemData &d) {
@@ -527,8 +519,7 @@ TEST(InstrumentScenario, AWeekOfSamplesFollowsTheWaterFile) {
     sim::set_environment(sim::Environment());
 }
 
-// Water files and scenes: rows in seconds or ISO 8601 (from --rtc or the first
-// row), interpolation, and a message naming the line of a bad row.
+// Water files (seconds or ISO 8601 rows) and scenes; a bad row's line is named.
 TEST(InstrumentModels, WaterFilesAndScenes) {
     const std::string path = std::filesystem::temp_directory_path() / "fenwa_water_test.csv";
     struct Case {

@@ -1,6 +1,4 @@
-// The instrument walked through the simulator program: menus and their
-// answers, help words, 32-bit number limits, host presets, the watchdog's
-// longest gap, the schedule under key wakes, "yr" into the current folder.
+// The instrument through the simulator program: menus, help, limits, presets, schedule.
 #include "console_bench.h"
 
 #include <filesystem>
@@ -15,8 +13,7 @@ using scenario::count;
 
 namespace {
 
-// Four Enters and a key on the host link open the main menu (at 2 s); "1"
-// then opens the configuration menu.
+// Four Enters and a key open the main menu (at 2 s); "1" the configuration menu.
 const std::string kOpenMenu = "1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n";
 const std::string kConfigure = kOpenMenu + "3 1\\r\n";
 const char *const kBanner = "ERROR: EEPROM data check failed (firmware upgrade)";
@@ -117,8 +114,7 @@ TEST(Menus, BoardQaDeploymentNoteAndWendZone) {
     EXPECT_NE(r.out.find("WendZone is off (APPCFG_MENU_LEVEL is not 1)"), std::string::npos);
 }
 
-// The sampling period takes only what the host "period" accepts; the newline
-// question follows the Y/N rules.
+// The period takes only what the host "period" accepts; Y/N rules for the newline.
 TEST(Menus, AnswersTakeOnlyWhatTheHostAccepts) {
     const struct {
         std::string keys; // after the configuration menu opened, one a second
@@ -157,8 +153,7 @@ std::string helpPage() {
                                                                 : r.out.substr(from, to - from);
 }
 
-// The forms of the command lines ("  forms: what") under `section`, with
-// example values for the upper-case placeholders.
+// The command forms ("  forms: what") under `section`, placeholders filled in.
 std::vector<std::string> forms(const std::string &page, const std::string &section) {
     static const std::regex kLine(R"(  (.*?): .*\r\n)"), kForm(R"( ?([^,]+))");
     std::vector<std::string> out;
@@ -211,9 +206,7 @@ TEST(HelpWords, EveryOfferedCommandIsAnsweredAndNoOtherNamed) {
     }
 }
 
-// Typed into every numeric argument of the host commands and the menus, they
-// read as the chip's 32-bit C library reads them: they saturate, and the
-// simulated board answers exactly as the chip does.
+// In every numeric argument they saturate, as the chip's 32-bit C library reads them.
 TEST(NumberLimits, OverflowingArgumentsAnswerAsOnTheChip) {
     const std::string invalid = "\r\n\rInvalid entry, value kept";
     const std::string epoch = "time\r\n01/01/70 00:00:02\r\n";
@@ -332,8 +325,7 @@ long long figure(const std::string &out, const std::string &label) {
     return p == std::string::npos ? -1 : std::atoll(out.c_str() + p + label.size());
 }
 
-// It stays a real figure after samples, key wakes and menus: the statistics
-// read a count that nothing restarts.
+// A real figure after samples, wakes and menus: the count nothing restarts.
 TEST(WatchdogGap, NoWrappedFigureAfterSamplesWakesAndMenus) {
     const struct {
         const char *what;
@@ -370,9 +362,7 @@ TEST(WatchdogGap, FirstGapCountsFromResetAndIgnoresTheStopwatch) {
     EXPECT_EQ(row(wdog.tickDelta, wdog.tickLongest, wdog.tickTot), row(t0 + 30u, t0 + 30u, 30u));
 }
 
-// Deploys with `period`, then types `wakes` ("SECONDS TEXT" lines) and runs
-// until `forSeconds`: the seconds of the day of each sample line
-// ("#0000001\t01/01/1970 01:00:04\t...").
+// The second of the day of each sample line after deploying and typing `wakes`.
 std::vector<uint32_t> sampleTimes(uint32_t period, const std::string &wakes, double forSeconds) {
     std::string out = Board().run(scenario::deploy_script(period) + wakes, forSeconds).out;
     std::vector<uint32_t> t;
@@ -387,10 +377,7 @@ std::vector<uint32_t> sampleTimes(uint32_t period, const std::string &wakes, dou
     return t;
 }
 
-// A board woken by keys between samples goes back to the slot it was sleeping
-// towards: no slot is skipped and the schedule never runs away into a sample
-// every few seconds. A sample taken on a key wake keeps the pending slot; a
-// wake kept awake past the slot does not make it up.
+// Key wakes between samples skip no slot and never make up one missed while awake.
 TEST(Schedule, KeyWakesKeepTheGrid) {
     const struct {
         uint32_t period;
@@ -415,8 +402,7 @@ TEST(Schedule, KeyWakesKeepTheGrid) {
     EXPECT_EQ(t[3], 4u + 2400u);
 }
 
-// It receives into the current directory: a file named like one in the root
-// leaves the root's file alone.
+// It receives into the current directory; the root's namesake stays.
 TEST(CardReceive, YrStoresIntoTheCurrentDirectory) {
     const std::string batch = ymbytes::escaped(ymbytes::batch("data.txt", "received"));
     const struct {
@@ -432,8 +418,7 @@ TEST(CardReceive, YrStoresIntoTheCurrentDirectory) {
         std::ofstream(b.dir() + "/card/DATA.TXT") << "root file";
         auto r = b.run(
             kOpenMenu + "3 5\\r\n4 " + row.cd + "\\r\n5 yr\\r\n7 " + batch + "\n10 exit\\r\n", 12);
-        // The end of the batch reopens the file create-always and stretches
-        // it to the announced size: eight zero bytes, as at the root.
+        // The batch's end recreates it at its announced size: eight zero bytes.
         EXPECT_EQ(b.cardFile(row.stored), std::string(8, '\0')) << r.out;
         if (row.cd[0] != 0) {
             EXPECT_EQ(b.cardFile("DATA.TXT"), "root file");

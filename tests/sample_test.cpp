@@ -1,7 +1,4 @@
-// The sample cycle and the pump sequencer as the operator and the host see
-// them: the sample line column by column, the timing report, the last-sample
-// reprint, the salinity choice, the card append and its failures, the pump
-// dialogues and PWM phases, and a deployment beside an SBE37 in seawater.
+// The sample cycle and the pump sequencer as the operator and the host see them.
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
@@ -121,8 +118,7 @@ TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
     EXPECT_EQ(data_file(), line);
 }
 
-// A power cut inside an append leaves a torn line at the end of the file: the
-// next sample starts on a line of its own. A whole file is left as it is.
+// After a torn line (a power cut in an append) the next sample starts a new line.
 TEST_F(SampleTest, AppendEndsATornLineFirst) {
     only({CFG_SAMPLE_NUM});
     struct {
@@ -219,8 +215,7 @@ TEST_F(SampleTest, SendLastSampleDiffersFromTheLineSent) {
                                  "#0000012$1$3\t"));
 }
 
-// A garbled record (every switch 0xFF, a file name without its end, counts
-// of zero and huge rates) still gives one bounded line and a report.
+// A garbled record still gives one bounded line and a report.
 TEST_F(SampleTest, GarbledRecordStillGivesALine) {
     memset(sys_data.data_cfg, 0xFF, sizeof sys_data.data_cfg);
     memset(sys_data.fileName, 'A', sizeof sys_data.fileName);
@@ -313,8 +308,7 @@ TEST_F(SampleTest, ErrorLogEntries) {
     EXPECT_EQ(error_log(), "\r\n2023/11/14 22:13:20 first\r\n\r\n2023/11/14 22:14:21 second");
 }
 
-// The dialogues run with echo off: the transcript shows the firmware's own
-// text only.
+// With echo off the transcript is the firmware's own text.
 TEST_F(SampleTest, PumpSequenceDialogues) {
     const std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two "
                           "Pump BEAMSv2, 4=Self Cal [1]: ";
@@ -463,8 +457,7 @@ TEST_F(SampleTest, MeasurementTestsPrintOneLinePerReading) {
     }
 }
 
-// How long the default cycle lasts against its mandated waits and
-// conversions, and the longest gap between two watchdog pets.
+// The default cycle against its mandated waits; the longest gap between pets.
 TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
     const systemData &d = sys_data;
     auto conv = [](uint32_t trials, uint32_t sps) { return 1000.0 * trials / sps; };
