@@ -23,7 +23,7 @@ const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)
                          R"(\d+,-?[\d.]+,-?[\d.]+,-?[\d.]+,\d+,\d+,\d+,[^,]+,-?[\d.]+,-?[\d.]+,)"
                          R"([^,]+,[^,]+,-?[\d.]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,\r\n]+))");
 
-// The check word: the record formatted with seven blanks in its place, checked.
+// True when the check word is that of the record with seven blanks in its place.
 bool crc_ok(const std::smatch &m) {
     std::string formatted = "       " + m[2].str();
     uint16_t crc =

@@ -221,7 +221,8 @@ TEST_F(InstrumentsTest, ScriptedReplies) {
 }
 
 // The CTD drivers refuse the other CTD's type; states outside the machine end it.
-TEST_F(InstrumentsTest, CtdTypeAndStateGuards) {
+// The CTD's buffer keeps 15 characters; its wait is in 10 ms steps.
+TEST_F(InstrumentsTest, CtdGuardsBufferAndWait) {
     struct {
         int (*machine)(int);
         uint8_t type;
@@ -246,9 +247,7 @@ TEST_F(InstrumentsTest, CtdTypeAndStateGuards) {
     optode.old_tick10ms = Timer_10ms(0);
     EXPECT_EQ(optode_stateMachine(3), 3);
     EXPECT_EQ(optode_tx_buf_size(), 64u);
-}
-
-TEST_F(InstrumentsTest, CtdLinkBufferAndWait) {
+    SetUp();
     EXPECT_EQ(ctd_tx_buf_size(), 16u);
     EXPECT_EQ(ctd_rx_buf_size(), 16u);
     ctd_open();
@@ -263,7 +262,6 @@ TEST_F(InstrumentsTest, CtdLinkBufferAndWait) {
     ctd.bufIndx = 15;
     EXPECT_EQ(ctd_buf_putc('c'), 0);
     EXPECT_EQ(bench::take(), full + full);
-
     ctd_init();
     double t0 = sim::now_seconds();
     EXPECT_EQ(ctd_waitRx(7), 7u);

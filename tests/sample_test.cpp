@@ -31,15 +31,6 @@ __attribute__((format(printf, 1, 2))) std::string strf(const char *f, ...) {
     return b;
 }
 
-// An operator who answers every prompt (they all end in ": ") with a line.
-std::shared_ptr<sim::Typist> answering(const std::vector<std::string> &answers) {
-    std::vector<sim::Typist::Step> steps;
-    for (const std::string &a : answers) {
-        steps.push_back({": ", a + "\r"});
-    }
-    return std::make_shared<sim::Typist>(steps);
-}
-
 // Rising edges of the watchdog's pet line (port F pin 1), in milliseconds.
 std::vector<double> g_pets;
 uint8_t g_petLevel = 0;
@@ -256,7 +247,7 @@ TEST_F(SampleTest, SalinityChoiceByCtdPortType) {
 }
 
 // Each failing file call is reported; open and close failures are logged.
-TEST_F(SampleTest, CardAppendFailures) {
+TEST_F(SampleTest, CardAppendFailuresAndErrorLog) {
     // A card that answers nothing: the data file, then every step of the log.
     auto unreadable = [](const std::string &e) {
         std::string s = "#0000000\r\nf_open error: " + e + "\r\n";
@@ -298,9 +289,8 @@ TEST_F(SampleTest, CardAppendFailures) {
     EXPECT_EQ(data_file(), "");
     error_store("x");
     EXPECT_EQ(out(), "error_stor() not supported with microSD_flg=0 disabled\r\n");
-}
-
-TEST_F(SampleTest, ErrorLogEntries) {
+    // With the card: dated entries.
+    SetUp();
     error_store("first\r\n");
     sim::set_rtc(1700000061);
     error_store("second");
@@ -338,7 +328,11 @@ TEST_F(SampleTest, PumpSequenceDialogues) {
         sys_data.pump_seq_type = 1;
         sys_data.pump1_ontime = sys_data.pump2_ontime = 0;
         sys_samp.pump1_cnt = 5;
-        auto op = answering(c.answers);
+        std::vector<sim::Typist::Step> steps;
+        for (const std::string &a : c.answers) {
+            steps.push_back({": ", a + "\r"}); // every prompt ends in ": "
+        }
+        auto op = std::make_shared<sim::Typist>(steps);
         sim::attach_serial(UART0_BASE, op);
         pump_sequencer_setup();
         wait_consoleTx();
