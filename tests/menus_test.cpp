@@ -98,8 +98,7 @@ TEST(Menus, BoardQaDeploymentNoteAndWendZone) {
     Board b;
     auto r = b.run(kOpenMenu + "3 2\\r\n4 Q\\r\n5 Tess\\r\n20 x\\r\n21 3\\r\n", 30);
     EXPECT_NE(r.out.find("QA summary (tester Tess)"), std::string::npos);
-    EXPECT_TRUE(r.out.find("QA PASS: 0 failed") != std::string::npos ||
-                r.out.find("QA FAIL: ") != std::string::npos);
+    EXPECT_NE(r.out.find("QA PASS: 0 failed\r\n"), std::string::npos);
     auto e = b.eeprom();
     const size_t qa = kRecord + 1040;
     EXPECT_EQ(scenario::cstr(e, qa + 148, 48), "Tess");
@@ -389,17 +388,13 @@ TEST(Schedule, KeyWakesKeepTheGrid) {
         {1200, "600 x\n1800 x\n3000 x\n4200 x\n", 4900, {6, 1204, 2404, 3604, 4804}},
         {3600, "1800 x\n5400 x\n9000 x\n", 14500, {6, 3604, 7204, 10804, 14404}},
         {20, "15 x\n16 dump\\r\n19 dump\\r\n22 dump\\r\n", 70, {6, 44, 64}},
+        // a host's sample on a key wake keeps the pending slot
+        {1200, "600 x\n601 ts\\r\n", 2500, {6, 601, 1204, 2404}},
     };
     for (const auto &row : kRows) {
         SCOPED_TRACE(row.wakes);
         EXPECT_EQ(sampleTimes(row.period, row.wakes, row.forSeconds), row.samples);
     }
-    auto t = sampleTimes(1200, "600 x\n601 ts\\r\n", 2500);
-    ASSERT_EQ(t.size(), 4u);
-    EXPECT_GE(t[1], 601u);
-    EXPECT_LE(t[1], 610u);
-    EXPECT_EQ(t[2], 4u + 1200u);
-    EXPECT_EQ(t[3], 4u + 2400u);
 }
 
 // It receives into the current directory; the root's namesake stays.
