@@ -1,5 +1,5 @@
-// The console bench of the host and float-controller suites: the firmware
-// in-process on a freshly powered board, lines typed at its console.
+// The console bench of the host, float-controller and sample suites: the
+// firmware in-process on a freshly powered board, lines typed at its console.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -42,6 +42,16 @@ inline std::string each_second(int t, const std::string &keys) {
     for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
         bar = keys.find('|', from);
         s += std::to_string(t++) + " " + keys.substr(from, bar - from) + "\\r\n";
+    }
+    return s;
+}
+
+// A sample line (`line`, no line end) on a card that answers nothing (`e`):
+// the data file's open fails, then every step of the error log's entry.
+inline std::string unreadable_card(const std::string &line, const std::string &e) {
+    std::string s = line + "\r\nf_open error: " + e + "\r\n";
+    for (const char *step : {"open", "lseek", "write", "write", "close"}) {
+        s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
     }
     return s;
 }

@@ -5,10 +5,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "console_bench.h"
 #include "factory_board.h"
 #include "inst_models.h"
 
-#include "board/board_util.h"
 #include "board/uart3.h"
 #include "board/uart4.h"
 #include "instruments/ctd_aand5860.h"
@@ -18,7 +18,6 @@
 #include "instruments/ocr.h"
 #include "instruments/optode.h"
 #include "instruments/picoph.h"
-#include "sysctl.h"
 
 namespace {
 
@@ -211,10 +210,7 @@ TEST_F(InstrumentsTest, ScriptedReplies) {
         Outcome o = poll(r, std::make_shared<ScriptedLine>(r.baud, c.script), c.diag);
         EXPECT_EQ(o.column, c.column);
         EXPECT_EQ(o.console, c.console);
-        EXPECT_EQ(o.state, c.state);
-        EXPECT_EQ(o.sal, c.sal);
-        EXPECT_EQ(o.temp, c.temp);
-        EXPECT_EQ(o.salt, c.salt);
+        EXPECT_EQ(row(o.state, o.sal, o.temp, o.salt), row(c.state, c.sal, c.temp, c.salt));
         EXPECT_EQ(o.runs, c.runs);
         EXPECT_NEAR(o.seconds, c.seconds, 0.01);
     }
@@ -231,8 +227,7 @@ TEST_F(InstrumentsTest, CtdGuardsBufferAndWait) {
         SetUp();
         sys_data.data_cfg[CFG_UART4_INST] = w.type;
         EXPECT_EQ(w.machine(1), 0);
-        EXPECT_EQ(ctd.type, 0u);
-        EXPECT_EQ(sys_samp.sensor_sal, 30.0f);
+        EXPECT_EQ(row(ctd.type, sys_samp.sensor_sal), "0,30");
         EXPECT_EQ(bench::take(),
                   "Error: sys_data.data_cfg[CFG_UART4_INST] = " + std::to_string(w.type) +
                       ", no driver for this CTD type, Config -> Data Fields\r\n");
@@ -396,8 +391,7 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
             Outcome o = poll(r, m, true);
             // line noise after "%" and "!": kept as it came, up to the buffer's end
             EXPECT_EQ(o.column, c.column == "(noise)" ? m->said.substr(2, 16) : c.column);
-            EXPECT_EQ(o.state, c.state);
-            EXPECT_EQ(o.sal, c.sal);
+            EXPECT_EQ(row(o.state, o.sal), row(c.state, c.sal));
             EXPECT_EQ(o.console, c.console);
         }
     }
@@ -407,14 +401,7 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
 // A host's sample command: the instrument columns end the line; the card's
 // faults are reported after it. All of the console after the command.
 TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumnsAndCardFaults) {
-    const std::string line = "#0000000\t   14.30\t";
-    auto unreadable = [](const std::string &e) {
-        std::string s = "#0000000\t   14.30\r\nf_open error: " + e + "\r\n";
-        for (const char *step : {"open", "lseek", "write", "write", "close"}) {
-            s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
-        }
-        return s;
-    };
+    const std::string line = "#0000000\t   14.30";
     struct Case {
         uint8_t uart3, uart4; // 5: no CTD polled
         std::vector<std::string> args;
@@ -423,25 +410,22 @@ TEST(InstrumentScenario, SampleLinesCarryTheInstrumentColumnsAndCardFaults) {
         {1,
          6,
          {"--inst", "optode", "--ctd", "sbe37"},
-         line + "4831\t856\t266.516\t98.000\t12.000\t12\t4\t34.00\td\tt\r\n"},
+         line + "\t4831\t856\t266.516\t98.000\t12.000\t12\t4\t34.00\td\tt\r\n"},
         {4,
          7,
          {"--inst", "picoph", "--ctd", "aand5860", "--ctd-fault", "silent"},
          "\r\nDEBUG: error in picoph driver, bufIndx exceeds buf size. picoph\r\n" + line +
-             "MEA\t1\t47\t0\t23390\t0\t0\t0\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t\t"
+             "\tMEA\t1\t47\t0\t23390\t0\t0\t0\t12000\t12850\t41872\t12\t1013\t35000\t104690\t0\t\t"
              "CTD not responding with Aanderaa % then ! after powerup\r\n"},
         {2,
          6,
          {"--inst", "ocr", "--inst-fault", "late", "--ctd", "sbe37", "--ctd-fault", "long"},
-         line + "SATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999\t"
+         line + "\tSATFI4_ERR\t-9.9999\t-9.9999\t-9.9999\t-9.9999\t"
                 "ST7: error in ctd driver bufIndx exceeds buf size, ctd\r\n"},
-        {3, 5, {"--inst", "nanofet", "--ctd", "sbe37"}, line + "7.9000\t12.000\t-0.894342\r\n"},
-        {0, 0, {"--card-absent"}, unreadable("FR_NOT_READY")},
-        {0, 0, {"--card-error"}, unreadable("FR_DISK_ERR")},
-        {0,
-         0,
-         {"--card-full"},
-         "#0000000\t   14.30\r\nf_write error: card full, 0 of 19 bytes written\r\n"},
+        {3, 5, {"--inst", "nanofet", "--ctd", "sbe37"}, line + "\t7.9000\t12.000\t-0.894342\r\n"},
+        {0, 0, {"--card-absent"}, unreadable_card(line, "FR_NOT_READY")},
+        {0, 0, {"--card-error"}, unreadable_card(line, "FR_DISK_ERR")},
+        {0, 0, {"--card-full"}, line + "\r\nf_write error: card full, 0 of 19 bytes written\r\n"},
     };
     for (auto &c : cases) {
         scenario::Board b;

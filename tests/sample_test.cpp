@@ -249,21 +249,16 @@ TEST_F(SampleTest, SalinityChoiceByCtdPortType) {
 // Each failing file call is reported; open and close failures are logged.
 TEST_F(SampleTest, CardAppendFailuresAndErrorLog) {
     // A card that answers nothing: the data file, then every step of the log.
-    auto unreadable = [](const std::string &e) {
-        std::string s = "#0000000\r\nf_open error: " + e + "\r\n";
-        for (const char *step : {"open", "lseek", "write", "write", "close"}) {
-            s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
-        }
-        return s;
-    };
     struct {
         const char *name;
         void (*fault)();
         std::string console;
         const char *logged; // text of the Error.txt entry, "" for none
     } cases[] = {
-        {"absent", [] { sim::state().card_absent = true; }, unreadable("FR_NOT_READY"), ""},
-        {"disk error", [] { sim::state().card_error = true; }, unreadable("FR_DISK_ERR"), ""},
+        {"absent", [] { sim::state().card_absent = true; },
+         unreadable_card("#0000000", "FR_NOT_READY"), ""},
+        {"disk error", [] { sim::state().card_error = true; },
+         unreadable_card("#0000000", "FR_DISK_ERR"), ""},
         {"full", [] { sim::state().card_full = true; },
          "#0000000\r\nf_write error: card full, 0 of 10 bytes written\r\n", ""},
         {"bad name", [] { strcpy(sys_data.fileName, "toolongname.txt"); },
