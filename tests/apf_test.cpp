@@ -52,12 +52,6 @@ class Apf : public ConsoleBench {
     }
 };
 
-TEST(ApfCrc, PublishedCheckValue) {
-    const char *check = "123456789";
-    EXPECT_EQ(fCrc16Bit(reinterpret_cast<const uint8_t *>(check), 9), 0x29B1);
-    EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
-}
-
 TEST_F(Apf, RepliesAndRefusals) {
     struct Case {
         const char *line;
@@ -238,6 +232,9 @@ TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
 }
 
 TEST_F(Apf, LinkPrimitives) {
+    // The check word's CRC: its published check value.
+    EXPECT_EQ(fCrc16Bit(reinterpret_cast<const uint8_t *>("123456789"), 9), 0x29B1);
+    EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
     auto match = [](const char *text) {
         char buf[16];
         strcpy(buf, text);
