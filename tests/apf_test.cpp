@@ -1,6 +1,4 @@
-// The float controller's dialect: replies and refusals, the "ACK" waits, the pH
-// record and its check word, the header block, "init", the record transfer;
-// then whole sessions through the simulator program.
+// The float controller's dialect, in-process and in whole simulated sessions.
 #include "console_bench.h"
 
 #include <regex>
@@ -25,8 +23,7 @@ const std::regex kRecord(R"(0x([0-9A-F]{4}),(pH,\d\d/\d\d/\d{4} \d\d:\d\d:\d\d,)
                          R"(\d+,-?[\d.]+,-?[\d.]+,-?[\d.]+,\d+,\d+,\d+,[^,]+,-?[\d.]+,-?[\d.]+,)"
                          R"([^,]+,[^,]+,-?[\d.]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,]+,[^,\r\n]+))");
 
-// True when the check word matches the record as it was formatted (seven
-// blanks where the word now stands).
+// True when the check word is that of the record with seven blanks in its place.
 bool crc_ok(const std::smatch &m) {
     std::string formatted = "       " + m[2].str();
     uint16_t crc =
@@ -54,12 +51,6 @@ class Apf : public ConsoleBench {
         ZeissCoefs[1] = 1.0;
     }
 };
-
-TEST(ApfCrc, PublishedCheckValue) {
-    const char *check = "123456789";
-    EXPECT_EQ(fCrc16Bit(reinterpret_cast<const uint8_t *>(check), 9), 0x29B1);
-    EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
-}
 
 TEST_F(Apf, RepliesAndRefusals) {
     struct Case {
@@ -241,6 +232,9 @@ TEST_F(Apf, SpectraRangeAndItsAckWithCoefficients) {
 }
 
 TEST_F(Apf, LinkPrimitives) {
+    // The check word's CRC: its published check value.
+    EXPECT_EQ(fCrc16Bit(reinterpret_cast<const uint8_t *>("123456789"), 9), 0x29B1);
+    EXPECT_EQ(fCrc16Bit(nullptr, 0), 0xFFFF);
     auto match = [](const char *text) {
         char buf[16];
         strcpy(buf, text);
@@ -355,8 +349,7 @@ TEST_F(Apf, HeaderBlockLines) {
         HibernateRTCSet(kNewYearsEve);
         EXPECT_EQ(fixed_build_line(reply(line)), general + block) << line;
     }
-    // Model 2, compensation off, bromide fitted; an unknown model leaves the
-    // label without its line end.
+    // Model 2, no compensation, bromide fitted; an unknown model: no line end.
     apf.isus_bsl_model = 2;
     apf.isus_tcomp_mode = 0;
     apf.isus_salfit_mode = 1;
@@ -410,8 +403,7 @@ TEST_F(Apf, PhRecordLineItsCheckWordAndItsFile) {
     EXPECT_NE(file.find("H, Samps per AtoD  Recal , 250\r\n" + m[2].str() + "\n"),
               std::string::npos);
     EXPECT_EQ(file.size() - file.find("pH,"), m[2].length() + 1);
-    // The next record goes to the file of the (stand-in) power-cycle count,
-    // without a header.
+    // The next record: the power-cycle count's file, no header.
     out = reply("s2", 20000);
     ASSERT_TRUE(std::regex_search(out, m, kRecord)) << out;
     EXPECT_TRUE(crc_ok(m));
@@ -461,8 +453,6 @@ TEST_F(Apf, RecordTransferSendsLineByLineThenDeletes) {
     EXPECT_EQ(row(SendRecords(1, &pos), SendRecords(0, &pos), SendRecords(4, &pos)), "-1,-1,-1");
 }
 
-// ---- sessions through the simulator ----------------------------------------------
-
 // Text after the line echoed for `cmd` up to the next prompt.
 std::string answer(const std::string &out, const std::string &cmd, size_t from = 0) {
     size_t p = out.find(">" + cmd + "\r\n", from);
@@ -480,24 +470,14 @@ std::string answer(const std::string &out, const std::string &cmd, size_t from =
 
 constexpr uint32_t kStart = 1735689000; // 12/31/2024 23:50:00
 
-// Script lines typing `lines` one a second from `t` on.
-std::string each_second(int t, std::initializer_list<const char *> lines) {
-    std::string s;
-    for (const char *l : lines) {
-        s += std::to_string(t++) + " " + l + "\\r\n";
-    }
-    return s;
-}
-
 TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     scenario::Board b;
-    auto r = b.run("1 sleep\\r\n5 \\r\n" // wakes the board; the byte itself is lost
-                       + each_second(7, {"q", "type,3", "mode,2", "mode,?",
-                                         "ctd,1727464446,20.0000,35.0000,-5.00", "ACK", "ctd,?",
-                                         "rtc,1727464426", "rtc,?", "t2"}) +
-                       each_second(26, {"sl", "s", "e", "p", "t", "c"}) +
-                       each_second(34, {"tint,400", "bake,10", "init", "off"}),
-                   45, {"--rtc", std::to_string(kStart)});
+    auto r = b.run(
+        "1 sleep\\r\n5 \\r\n" // wakes the board; the byte itself is lost
+            + each_second(7, "q|type,3|mode,2|mode,?|ctd,1727464446,20.0000,35.0000,-5.00|ACK|"
+                             "ctd,?|rtc,1727464426|rtc,?|t2") +
+            each_second(26, "sl|s|e|p|t|c") + each_second(34, "tint,400|bake,10|init|off"),
+        45, {"--rtc", std::to_string(kStart)});
     const std::string &o = r.out;
     EXPECT_EQ(answer(o, "ctd,1727464446,20.0000,35.0000,-5.00"),
               "ACK,CTD,1727464446,20.0000,35.0000,-5.00\r\nDBG: good char A\r\nDBG: good char "
@@ -529,11 +509,10 @@ TEST(ApfSession, FloatControllerSessionWithConfirmedCtd) {
     EXPECT_EQ(file.rfind("H, Datalogger Serial Num , SN:0777\r\n", 0), 0u);
     EXPECT_NE(file.find(m[2].str() + "\n"), std::string::npos);
     // FRAM keeps what the session set; "init" cleared the counters.
-    auto f = b.fram();
-    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 3);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 400u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, dura_sample_ctr)), 0u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 0u);
+    apfGlobals a;
+    memcpy(&a, b.fram().data() + FRAM_ADDR_APF_VARS, sizeof a);
+    EXPECT_EQ(row(a.sys_sensor_type, a.isus_spec_period, a.dura_sample_ctr, a.sys_reset_ctr),
+              "3,400,0,0");
     EXPECT_EQ(b.cardFile("ERROR.LOG"), "");
 }
 
@@ -545,8 +524,7 @@ TEST(ApfSession, RecordSurvivesPowerCycles) {
                    "30 \\r\n32 p\\r\n34 sleep\\r\n",
                    40, {"--rtc", std::to_string(kStart)});
     const std::string &o = r.out;
-    // Each start counts one reset and notes its time; the settings stay,
-    // the mode starts at 1 again.
+    // Each start counts a reset and its time; settings stay, the mode is 1 again.
     EXPECT_EQ(answer(o, "q"), "ACK,Q,2");
     EXPECT_EQ(answer(o, "tint,?"), "TINT,?,123");
     EXPECT_EQ(answer(o, "mode,?"), "ACK,MODE?,1");
@@ -557,11 +535,10 @@ TEST(ApfSession, RecordSurvivesPowerCycles) {
         p = o.find(">p\r\n", p + 1);
         EXPECT_EQ(answer(o, "p", p), std::string("ACK,P,") + want);
     }
-    auto f = b.fram();
-    EXPECT_EQ(f[FRAM_ADDR_APF_VARS + offsetof(apfGlobals, sys_sensor_type)], 2);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, isus_spec_period)), 123u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_ctr)), 1u);
-    EXPECT_EQ(fram_field(f, offsetof(apfGlobals, sys_reset_time)), kStart + 30);
+    apfGlobals a;
+    memcpy(&a, b.fram().data() + FRAM_ADDR_APF_VARS, sizeof a);
+    EXPECT_EQ(row(a.sys_sensor_type, a.isus_spec_period, a.sys_reset_ctr, a.sys_reset_time),
+              row(2, 123, 1, kStart + 30));
 }
 
 TEST(ApfSession, BadHostInputNeverBlocksTheLink) {
@@ -572,21 +549,16 @@ TEST(ApfSession, BadHostInputNeverBlocksTheLink) {
                        "\\r\n6 \\x01\\xff\\x80mode,1\\r\n7 ctd,1,2,3,4\\r\n11 w\\r\n"
                        "12 ctd,1,2,3,4\\r\n13 A\\x07\\r\n14 w\\r\n15 spectra,300,310\\r\n16 w\\r\n",
                    20);
-    const std::string &o = r.out;
-    // 63 characters are kept: the value is still cut at six digits.
-    EXPECT_EQ(answer(o, longLine), "NAK,TINT,RangeErr [4,4000], 129999");
-    // Binary bytes while idle: one "NAK" each, then the line is taken as usual.
-    EXPECT_NE(o.find("NAK\r\n\r\n>NAK\r\n\r\n>NAK\r\n\r\n>mode,1\r\nACK,MODE,1\r\n"),
-              std::string::npos);
-    // A missing "ACK" holds the link for 3 s, no longer; then it answers again.
-    size_t ctd = o.find(">ctd,1,2,3,4\r\nACK,CTD,1,2.0000,3.0000,4.00\r\n\r\n>w\r\nACK\r\n");
-    EXPECT_NE(ctd, std::string::npos) << o;
-    EXPECT_NE(o.find("ACK,CTD,1,2.0000,3.0000,4.00\r\nDBG: good char A\r\nDBG: illegal char \x07"
-                     "\r\n>\r\n>w\r\nACK\r\n"),
-              std::string::npos)
-        << o;
-    EXPECT_EQ(answer(o, "spectra,300,310"), "NAK,SPECTRA,ZCoef File Error = 0");
-    EXPECT_EQ(scenario::count(o, ">w\r\nACK\r\n"), 3u);
+    // 63 characters are kept: the value is still cut at six digits. Binary bytes
+    // while idle: one "NAK" each. A missing "ACK" holds the link for 3 s, no longer.
+    EXPECT_EQ(
+        r.out.substr(r.out.find(">tint")),
+        ">" + longLine +
+            "\r\nNAK,TINT,RangeErr [4,4000], 129999\r\n\r\n>NAK\r\n\r\n>NAK\r\n\r\n>NAK\r\n\r\n"
+            ">mode,1\r\nACK,MODE,1\r\n\r\n>ctd,1,2,3,4\r\nACK,CTD,1,2.0000,3.0000,4.00\r\n\r\n"
+            ">w\r\nACK\r\n\r\n>ctd,1,2,3,4\r\nACK,CTD,1,2.0000,3.0000,4.00\r\nDBG: good char A\r\n"
+            "DBG: illegal char \x07\r\n>\r\n>w\r\nACK\r\n\r\n>spectra,300,310\r\n"
+            "NAK,SPECTRA,ZCoef File Error = 0\r\n\r\n>w\r\nACK\r\n\r\n>");
     EXPECT_EQ(scenario::count(b.cardFile("ERROR.LOG"), "CTD Command ACK Failure"), 2u);
 }
 

@@ -1,5 +1,5 @@
-// The console bench of the host and float-controller suites: the firmware
-// in-process on a freshly powered board, lines typed at its console.
+// The console bench of the host, float-controller and sample suites: the
+// firmware in-process on a freshly powered board, lines typed at its console.
 #pragma once
 #include <gtest/gtest.h>
 
@@ -33,6 +33,26 @@ template <typename... T> std::string row(const T &...v) {
     ((o << +v << ','), ...);
     std::string s = o.str();
     s.pop_back();
+    return s;
+}
+
+// Script lines typing `keys` ("|" between them) one a second from `t` on.
+inline std::string each_second(int t, const std::string &keys) {
+    std::string s;
+    for (size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
+        bar = keys.find('|', from);
+        s += std::to_string(t++) + " " + keys.substr(from, bar - from) + "\\r\n";
+    }
+    return s;
+}
+
+// A sample line (`line`, no line end) on a card that answers nothing (`e`):
+// the data file's open fails, then every step of the error log's entry.
+inline std::string unreadable_card(const std::string &line, const std::string &e) {
+    std::string s = line + "\r\nf_open error: " + e + "\r\n";
+    for (const char *step : {"open", "lseek", "write", "write", "close"}) {
+        s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
+    }
     return s;
 }
 
@@ -80,31 +100,22 @@ class ConsoleBench : public ::testing::Test {
         return parse_rx0_buf();
     }
 
-    // Steps the receiver for `ms` of simulated time; returns -1 as soon as a
-    // command ends the awake period, else the last non-zero result.
-    static int32_t pump(uint32_t ms) {
-        uint32_t t0 = Timer_1ms(0);
+    // Types bytes at the console and steps the receiver for `ms` of simulated
+    // time; `result`: -1 as soon as a command ends the awake period, else the
+    // last non-zero result.
+    static std::string type(const std::string &bytes, uint32_t ms = 60, int32_t *result = nullptr) {
+        sim::console_feed(bytes);
         int32_t last = 0;
-        while (Timer_1ms(0) - t0 < ms) {
+        for (uint32_t t0 = Timer_1ms(0); last >= 0 && Timer_1ms(0) - t0 < ms;) {
             int32_t r = handle_m2m_comm();
-            if (r < 0) {
-                return r;
-            }
             if (r != 0) {
                 last = r;
             } else {
                 SysCtlSleep();
             }
         }
-        return last;
-    }
-
-    // Types bytes at the console and runs the receiver for `ms`.
-    static std::string type(const std::string &bytes, uint32_t ms = 60, int32_t *result = nullptr) {
-        sim::console_feed(bytes);
-        int32_t r = pump(ms);
         if (result != nullptr) {
-            *result = r;
+            *result = last;
         }
         return take();
     }

@@ -1,41 +1,24 @@
-// The sample cycle and the pump sequencer as the operator and the host see
-// them: the sample line column by column, the timing report, the last-sample
-// reprint, the salinity choice, the card append and its failures, the pump
-// dialogues and PWM phases, and a deployment beside an SBE37 in seawater.
-#include <gtest/gtest.h>
-
+// The sample cycle and the pump sequencer as the operator and the host see them.
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <regex>
-#include <string>
 #include <vector>
 
-#include "factory_board.h"
-#include "scenario.h"
-#include "sim.h"
+#include "console_bench.h"
 #include "typist.h"
 
-#include "board/board_util.h"
-#include "board/i2c0.h"
-#include "board/i2c_fram.h"
 #include "board/uart3.h"
 #include "board/uart4.h"
-#include "board/uartstdio.h"
-#include "core/main.h"
 #include "core/system.h"
-#include "files/microsd.h"
 #include "gpio.h"
-#include "host/apf_util.h"
 #include "measure/ph.h"
 #include "measure/pwm.h"
 #include "measure/sample.h"
-#include "sysctl.h"
 
 namespace {
 
@@ -46,15 +29,6 @@ __attribute__((format(printf, 1, 2))) std::string strf(const char *f, ...) {
     vsnprintf(b, sizeof b, f, ap);
     va_end(ap);
     return b;
-}
-
-// An operator who answers every prompt (they all end in ": ") with a line.
-std::shared_ptr<sim::Typist> answering(const std::vector<std::string> &answers) {
-    std::vector<sim::Typist::Step> steps;
-    for (const std::string &a : answers) {
-        steps.push_back({": ", a + "\r"});
-    }
-    return std::make_shared<sim::Typist>(steps);
 }
 
 // Rising edges of the watchdog's pet line (port F pin 1), in milliseconds.
@@ -127,9 +101,7 @@ TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
                    s.fVtherm_std, s.fTempC, s.fVrsi, s.fVrsi_std, s.pHint, s.fVrse, s.fVrse_std,
                    vrsiB.str(2).c_str(), s.fVk, s.fVk_std, s.fIk, s.fIb));
     EXPECT_EQ(strf("%8.2f", s.fVbat_main), "   14.30"); // the fixed battery figure of this board
-    EXPECT_EQ(s.sampNum, 7u);
-    EXPECT_EQ(s.timestamp, 1700000000u);
-    EXPECT_EQ(sys_samp.current_sample, 8u);
+    EXPECT_EQ(row(s.sampNum, s.timestamp, sys_samp.current_sample), "7,1700000000,8");
     // The sensor model's water: 15 C, pH 8.
     EXPECT_NEAR(s.fTempC, sim::environment().temp_c, 0.05);
     EXPECT_NEAR(s.pHint, sim::environment().ph, 0.05);
@@ -137,8 +109,7 @@ TEST_F(SampleTest, DefaultLineColumnsOrderAndFormats) {
     EXPECT_EQ(data_file(), line);
 }
 
-// A power cut inside an append leaves a torn line at the end of the file: the
-// next sample starts on a line of its own. A whole file is left as it is.
+// After a torn line (a power cut in an append) the next sample starts a new line.
 TEST_F(SampleTest, AppendEndsATornLineFirst) {
     only({CFG_SAMPLE_NUM});
     struct {
@@ -235,8 +206,7 @@ TEST_F(SampleTest, SendLastSampleDiffersFromTheLineSent) {
                                  "#0000012$1$3\t"));
 }
 
-// A garbled record (every switch 0xFF, a file name without its end, counts
-// of zero and huge rates) still gives one bounded line and a report.
+// A garbled record still gives one bounded line and a report.
 TEST_F(SampleTest, GarbledRecordStillGivesALine) {
     memset(sys_data.data_cfg, 0xFF, sizeof sys_data.data_cfg);
     memset(sys_data.fileName, 'A', sizeof sys_data.fileName);
@@ -277,23 +247,18 @@ TEST_F(SampleTest, SalinityChoiceByCtdPortType) {
 }
 
 // Each failing file call is reported; open and close failures are logged.
-TEST_F(SampleTest, CardAppendFailures) {
+TEST_F(SampleTest, CardAppendFailuresAndErrorLog) {
     // A card that answers nothing: the data file, then every step of the log.
-    auto unreadable = [](const std::string &e) {
-        std::string s = "#0000000\r\nf_open error: " + e + "\r\n";
-        for (const char *step : {"open", "lseek", "write", "write", "close"}) {
-            s += std::string("Error.txt f_") + step + " error: " + e + "\r\n";
-        }
-        return s;
-    };
     struct {
         const char *name;
         void (*fault)();
         std::string console;
         const char *logged; // text of the Error.txt entry, "" for none
     } cases[] = {
-        {"absent", [] { sim::state().card_absent = true; }, unreadable("FR_NOT_READY"), ""},
-        {"disk error", [] { sim::state().card_error = true; }, unreadable("FR_DISK_ERR"), ""},
+        {"absent", [] { sim::state().card_absent = true; },
+         unreadable_card("#0000000", "FR_NOT_READY"), ""},
+        {"disk error", [] { sim::state().card_error = true; },
+         unreadable_card("#0000000", "FR_DISK_ERR"), ""},
         {"full", [] { sim::state().card_full = true; },
          "#0000000\r\nf_write error: card full, 0 of 10 bytes written\r\n", ""},
         {"bad name", [] { strcpy(sys_data.fileName, "toolongname.txt"); },
@@ -319,9 +284,8 @@ TEST_F(SampleTest, CardAppendFailures) {
     EXPECT_EQ(data_file(), "");
     error_store("x");
     EXPECT_EQ(out(), "error_stor() not supported with microSD_flg=0 disabled\r\n");
-}
-
-TEST_F(SampleTest, ErrorLogEntries) {
+    // With the card: dated entries.
+    SetUp();
     error_store("first\r\n");
     sim::set_rtc(1700000061);
     error_store("second");
@@ -329,8 +293,7 @@ TEST_F(SampleTest, ErrorLogEntries) {
     EXPECT_EQ(error_log(), "\r\n2023/11/14 22:13:20 first\r\n\r\n2023/11/14 22:14:21 second");
 }
 
-// The dialogues run with echo off: the transcript shows the firmware's own
-// text only.
+// With echo off the transcript is the firmware's own text.
 TEST_F(SampleTest, PumpSequenceDialogues) {
     const std::string q = "\r\nEnter Pump Sequence Type (1=Single, 2=Two Pump Alt BEAMSv1, 3=Two "
                           "Pump BEAMSv2, 4=Self Cal [1]: ";
@@ -360,17 +323,19 @@ TEST_F(SampleTest, PumpSequenceDialogues) {
         sys_data.pump_seq_type = 1;
         sys_data.pump1_ontime = sys_data.pump2_ontime = 0;
         sys_samp.pump1_cnt = 5;
-        auto op = answering(c.answers);
+        std::vector<sim::Typist::Step> steps;
+        for (const std::string &a : c.answers) {
+            steps.push_back({": ", a + "\r"}); // every prompt ends in ": "
+        }
+        auto op = std::make_shared<sim::Typist>(steps);
         sim::attach_serial(UART0_BASE, op);
         pump_sequencer_setup();
         wait_consoleTx();
         EXPECT_TRUE(op->all_answered());
         EXPECT_EQ(op->seen, c.transcript);
-        EXPECT_EQ(sys_data.pump_seq_type, c.type);
-        EXPECT_EQ(sys_data.pump1_ontime, c.on1);
-        EXPECT_EQ(sys_data.pump2_ontime, 0u);
-        EXPECT_EQ(sys_data.pump1_cycles, c.cycles1);
-        EXPECT_EQ(sys_data.pump2_cycles, 0u);
+        EXPECT_EQ(row(sys_data.pump_seq_type, sys_data.pump1_ontime, sys_data.pump2_ontime,
+                      sys_data.pump1_cycles, sys_data.pump2_cycles),
+                  row(c.type, c.on1, 0, c.cycles1, 0));
         if (c.type == 1) { // the single pump's count starts again, kept in FRAM at once
             EXPECT_EQ(sys_samp.pump1_cnt, 0u);
             uint8_t rec[60];
@@ -446,17 +411,13 @@ TEST_F(SampleTest, PumpAndSampleLoopEndsOnAKey) {
     pump_and_sample_loop_test();
     wait_consoleTx();
     EXPECT_TRUE(op->all_answered());
-    std::string o = op->seen;
-    // The echo of Enter is CR LF and then the CR stored in the line.
-    EXPECT_NE(o.find("\r\n\r\nHit any key to terminate sample loop\r\r\n"
-                     "    Write to File? (Y/N) [N]? y\r\n\r\r\n"
-                     "Write to file noname.txt, activated\r\n#0000000\r\n#0000001\r\n#0000002\r\n"),
-              std::string::npos)
-        << o;
-    EXPECT_EQ(sys_samp.pump_seq_state, 1u);
-    EXPECT_EQ(UARTRxBytesAvail(), 0);
-    // The key (echoed) came during the fourth sample, which still ends.
-    EXPECT_EQ(o.substr(o.size() - 11), "x#0000003\r\n");
+    // The echo of Enter is CR LF and then the CR stored in the line; the key
+    // (echoed) came during the fourth sample, which still ends.
+    EXPECT_EQ(op->seen.substr(op->seen.find(" SampNum\r\n")),
+              " SampNum\r\n\r\n\r\nHit any key to terminate sample loop\r\r\n"
+              "    Write to File? (Y/N) [N]? y\r\n\r\r\nWrite to file noname.txt, activated\r\n"
+              "#0000000\r\n#0000001\r\n#0000002\r\nx#0000003\r\n");
+    EXPECT_EQ(row(sys_samp.pump_seq_state, UARTRxBytesAvail()), "1,0");
     EXPECT_EQ(data_file(), "#0000000\r\n#0000001\r\n#0000002\r\n#0000003\r\n");
 }
 
@@ -485,8 +446,7 @@ TEST_F(SampleTest, MeasurementTestsPrintOneLinePerReading) {
     }
 }
 
-// How long the default cycle lasts against its mandated waits and
-// conversions, and the longest gap between two watchdog pets.
+// The default cycle against its mandated waits; the longest gap between pets.
 TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
     const systemData &d = sys_data;
     auto conv = [](uint32_t trials, uint32_t sps) { return 1000.0 * trials / sps; };
@@ -511,32 +471,6 @@ TEST_F(SampleTest, CycleDurationAndWatchdogGaps) {
     EXPECT_GE(took, mandated);
     EXPECT_LT(took, mandated * 1.5);
     EXPECT_LT(longest, 1000.0);
-}
-
-// The card faults of the simulated board, seen through a host's sample
-// command.
-TEST(SampleScenario, HostSampleWithCardFaults) {
-    struct {
-        const char *knob;
-        const char *report;
-    } cases[] = {
-        {"--card-absent", "f_open error: FR_NOT_READY\r\nError.txt f_open error: FR_NOT_READY\r\n"},
-        {"--card-error", "f_open error: FR_DISK_ERR\r\nError.txt f_open error: FR_DISK_ERR\r\n"},
-        {"--card-full", "f_write error: card full, 0 of 19 bytes written\r\n"},
-    };
-    for (auto &c : cases) {
-        scenario::Board b;
-        factory_board(b, [](systemData &d) {
-            memset(d.data_cfg, 0, CFG_UART3_INST);
-            d.data_cfg[CFG_SAMPLE_NUM] = 1;
-            d.data_cfg[CFG_VIN_BAT_VOLT] = 1;
-        });
-        auto r = b.run("1 \\r\n1.1 \\r\n1.2 \\r\n1.3 \\r\n2 x\n3 6\\r\n4 t0\\r\n", 0, {c.knob});
-        EXPECT_NE(r.out.find("t0\r\n#0000000\t   14.30\r\n" + std::string(c.report)),
-                  std::string::npos)
-            << c.knob << "\n"
-            << r.out;
-    }
 }
 
 } // namespace
