@@ -17,6 +17,7 @@
 #include "inst_models.h"
 #include "scenario.h"
 #include "sim.h"
+#include "typist.h"
 
 #include "board/board_util.h"
 #include "board/uartstdio.h"
@@ -370,38 +371,9 @@ std::vector<std::array<double, 10>> calib_rows(const std::string &text) {
     return rows;
 }
 
-// Answers the dialogue like an operator watching the console: each step waits
-// for its cue (`n` times `text` on the screen, or `n` rows of means when
-// `text` is empty), then types. Runs from the SysTick interrupt so it can act
-// while the firmware waits.
-struct Operator {
-    struct Step {
-        std::string text;
-        size_t n;
-        std::string keys;
-    };
-    std::vector<Step> steps;
-    size_t next = 0;
-    std::string seen;
-};
-Operator *g_operator = nullptr;
-
-void operator_tick() {
-    SysTickIntHandler();
-    Operator &op = *g_operator;
-    op.seen += sim::console_take();
-    if (op.next == op.steps.size()) {
-        return;
-    }
-    const Operator::Step &s = op.steps[op.next];
-    if ((s.text.empty() ? calib_rows(op.seen).size() : scenario::count(op.seen, s.text)) >= s.n) {
-        sim::console_feed(s.keys);
-        op.next++;
-    }
-}
-
 class PhCalibBath : public PhCalib {
   protected:
+    using Steps = std::vector<sim::Typist::Step>;
     void SetUp() override {
         sim::Environment env;
         env.ph = 8.0;
@@ -414,38 +386,36 @@ class PhCalibBath : public PhCalib {
         sys_data.data_cfg[CFG_UART4_INST] = 6; // SBE37
         ctd = ctdDriver{};
         sim::attach_serial(UART4_BASE, std::make_shared<sim::Sbe37Model>());
-        sim::console_take();
         sim::knobs().time_limit = sim::state().now + 1200ull * sim::kCpuHz;
     }
     void TearDown() override {
-        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
         sim::set_environment(sim::Environment());
         PhCalib::TearDown();
     }
-    // The dialogue with the operator's steps; what it printed.
-    std::string run(std::vector<Operator::Step> steps) {
-        Operator op{std::move(steps), 0, ""};
-        g_operator = &op;
-        sim::set_irq_handler(FAULT_SYSTICK, operator_tick);
-        std::string out = calib("");
-        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-        EXPECT_EQ(op.next, op.steps.size()) << "operator stopped at this step";
-        return op.seen + out;
+    // `n` more line ends (rows of means), then `keys`.
+    static void rows(Steps &s, size_t n, const std::string &keys) {
+        s.insert(s.end(), n - 1, {"\r\n", ""});
+        s.push_back({"\r\n", keys});
+    }
+    // The dialogue with an operator answering its prompts; what it printed.
+    static std::string run(const Steps &steps) {
+        auto op = std::make_shared<sim::Typist>(steps, 1);
+        sim::attach_serial(UART0_BASE, op);
+        calib("");
+        EXPECT_TRUE(op->all_answered()) << "operator stopped at step " << op->answered();
+        return op->seen;
     }
 };
 
 TEST_F(PhCalibBath, AutomaticCalibrationInTheModelBath) {
-    std::string out = run({
-        {"Enter pH calibration point", 1, "8.0\r"},
-        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "y\r"},
-        {"", 2, "\x18"}, // gives up the CTD sample of the third pass
-        {"", 7, "k"},
-        {"Values acceptable (Y/N) [N]? ", 1, "n\r"}, // more rows
-        {"", 9, "k"},
-        {"Values acceptable (Y/N) [N]? ", 2, "y\r"},
-        {"Accept and store calibration values(Y/N) [N]? ", 1, "y\r"},
-    });
-
+    Steps s = {{"]: ", "8.0\r"}, {"[N]? ", "y\r"}, {"Sal-SD", ""}};
+    rows(s, 2, "\x18"); // gives up the CTD sample of the third pass
+    rows(s, 5, "k");
+    s.push_back({"Values acceptable (Y/N) [N]? ", "n\r"}); // more rows
+    rows(s, 1, "k");
+    s.insert(s.end(), {{"Values acceptable (Y/N) [N]? ", "y\r"},
+                       {"Accept and store calibration values(Y/N) [N]? ", "y\r"}});
+    std::string out = run(s);
     scenario::expect_in(
         out, {"Perform automatic DuraFET calibration (Y/N) [N]? "
               "Place DuraFET and MicroCAT in calibration bath.\r\n"
@@ -494,13 +464,11 @@ TEST_F(PhCalibBath, AutomaticCalibrationWithoutCtd) {
     ctd.tempC = 0.0f;
     ctd.salt = 0.0f;
     const float k0int = sys_data.k0int;
-    std::string out = run({
-        {"Enter pH calibration point", 1, "\r"},
-        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "Y\r"},
-        {"", 1, "\r"},
-        {"Values acceptable (Y/N) [N]? ", 1, "y\r"},
-        {"Accept and store calibration values(Y/N) [N]? ", 1, "\r"},
-    });
+    Steps s = {{"]: ", "\r"}, {"[N]? ", "Y\r"}, {"Sal-SD", ""}};
+    rows(s, 1, "\r");
+    s.insert(s.end(), {{"Values acceptable (Y/N) [N]? ", "y\r"},
+                       {"Accept and store calibration values(Y/N) [N]? ", "\r"}});
+    std::string out = run(s);
     EXPECT_NE(out.find("MicroCAT Temperature = 0.000000 C"), std::string::npos);
     EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
     EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
