@@ -60,9 +60,7 @@ TEST_F(Core, DefaultsImage) {
     init_sys_data_default();
     EXPECT_EQ(console(), "Baud rate is changed to default: 115200\r\n");
 
-    // Where each field lies is pinned by the record's static_asserts and the
-    // stored-layout scenario (scenario_spine_test); the values the header block
-    // shows by the deployment's header scenario (files_test).
+    // Layout and shown values: static_asserts, scenario_spine_test, files_test.
     EXPECT_EQ(sys_data.baud_rate, 115200u);
     EXPECT_EQ(sys_data.qa.adc24, 77u);
     EXPECT_EQ(sys_data.spare[10], 1.5f);
@@ -75,14 +73,13 @@ TEST_F(Core, DefaultsImage) {
     EXPECT_EQ(console(), "");
 }
 
-TEST_F(Core, ChecksumOfUniformImages) {
+// The checksum of uniform images; the plausibility check needs two errors;
+// an out-of-range execution switch is cleared.
+TEST_F(Core, ChecksumAndPlausibilityOfTheRecord) {
     std::memset(&sys_data, 0, sizeof sys_data);
     EXPECT_EQ(compute_sys_data_chksum(), 0u);
     std::memset(&sys_data, 0xFF, sizeof sys_data);
     EXPECT_EQ(compute_sys_data_chksum(), 344760u);
-}
-
-TEST_F(Core, PlausibilityCheckNeedsTwoErrors) {
     struct Case {
         float lowBatt;
         uint32_t baud;
@@ -102,9 +99,6 @@ TEST_F(Core, PlausibilityCheckNeedsTwoErrors) {
         sys_data_error_check();
         EXPECT_EQ(sys_data.averaging_interval == 60, c.reset) << c.lowBatt << " " << c.baud;
     }
-}
-
-TEST_F(Core, SwitcheroniOutOfRangeIsCleared) {
     sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI] = 7;
     EXPECT_EQ(verifySysDataVariables(), 0);
     EXPECT_EQ(sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI], 0);
@@ -224,11 +218,8 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
     sim::set_rtc(kTenOClock);
     console();
-    sim::console_feed("y\r"
-                      "y\r"
-                      "\r"
-                      "15\r"
-                      "\r"); // Enter keeps the deployment note
+    // Test mode, a delay, in minutes (Enter: the default), 15; Enter keeps the note.
+    sim::console_feed("y\ry\r\r15\r\r");
     hibernates(deploy_start);
     std::string out = console();
     scenario::expect_in(out,
@@ -285,9 +276,9 @@ TEST_F(Core, WakeClassification) {
 // but refused, "ss" insists on "sl", and "stop" with trailing text ends it all.
 TEST(CoreScenario, DeployedCommandLoop) {
     scenario::Board b;
-    auto r = b.run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n"
-                   "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
-                   "30 x\n32 stopnow\\r\n",
+    auto r = b.run(scenario::deploy_script(600) +
+                       "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
+                       "30 x\n32 stopnow\\r\n",
                    200);
     scenario::expect_in(r.out, {"pumpon\r\n\rNAK\r\n", "TS\r\n\rNAK\r\n"}); // no case folding here
     EXPECT_NE(r.out.find("\r\nexpected sl, received xx"), std::string::npos);

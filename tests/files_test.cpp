@@ -236,13 +236,10 @@ TEST(FilesScenario, CardCommandLine) {
     Board b;
     fs::path card = fs::path(b.dir()) / "card";
     fs::create_directories(card);
-    {
-        // Byte 79 a CR, byte 80 its LF: the pieces show where they end.
-        std::ofstream f(card / "PIECES.TXT", std::ios::binary);
-        f << std::string(78, 'a') << "\r\n" << std::string(10, 'b');
-        std::ofstream g(card / "RO.TXT", std::ios::binary);
-        g << "x";
-    }
+    // Byte 79 a CR, byte 80 its LF: the pieces show where they end.
+    std::ofstream(card / "PIECES.TXT", std::ios::binary)
+        << std::string(78, 'a') + "\r\n" + std::string(10, 'b');
+    std::ofstream(card / "RO.TXT", std::ios::binary) << "x";
     auto stamp = [&](const char *name, uint32_t t) {
         struct timespec ts[2] = {{0, UTIME_OMIT}, {(time_t)t, 0}};
         utimensat(AT_FDCWD, (card / name).c_str(), ts, 0);
@@ -335,9 +332,9 @@ namespace {
 
 // data_cfg[0..25], a digit each.
 std::string flags() {
-    std::string s;
-    for (int i = 0; i < 26; i++) {
-        s += char('0' + sys_data.data_cfg[i]);
+    std::string s(sys_data.data_cfg, sys_data.data_cfg + 26);
+    for (char &c : s) {
+        c += '0';
     }
     return s;
 }
