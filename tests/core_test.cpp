@@ -1,36 +1,22 @@
 // The stored records, the schedule, sleep and wake classification, called
 // directly on the in-process simulated board.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
-
-#include "core/main.h"
+#include "console_bench.h"
 #include "core/sleep.h"
-#include "core/system.h"
-#include "hibernate.h"
-#include "scenario.h"
-#include "sim.h"
 
 namespace {
 
 const uint32_t kTenOClock = 1709632800u; // 2024-03-05 10:00:00 UTC
 
-class Core : public ::testing::Test {
+class Core : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
-        std::memset(&sys_data, 0, sizeof sys_data);
-        std::memset(&sys_samp, 0, sizeof sys_samp);
+        ConsoleBench::SetUp();
         sys_data.baud_rate = 115200;
-        sys_samp.initNum = SYS_SAMP_INIT_NUM;
-        sim::console_take();
     }
     void TearDown() override {
         sim::knobs().on_hibernate = nullptr;
         sim::knobs().on_reset = nullptr;
     }
-    static std::string console() { return bench::take(); }
     // A word of the sampling record in FRAM.
     static uint32_t fram32(size_t off) {
         uint32_t v;
@@ -58,7 +44,7 @@ TEST_F(Core, DefaultsImage) {
     sys_data.qa.adc24 = 77; // not a default: kept
     sys_data.spare[10] = 1.5f;
     init_sys_data_default();
-    EXPECT_EQ(console(), "Baud rate is changed to default: 115200\r\n");
+    EXPECT_EQ(take(), "Baud rate is changed to default: 115200\r\n");
 
     // Layout and shown values: static_asserts, scenario_spine_test, files_test.
     EXPECT_EQ(sys_data.baud_rate, 115200u);
@@ -70,7 +56,7 @@ TEST_F(Core, DefaultsImage) {
 
     // Already at the default rate: no notice.
     init_sys_data_default();
-    EXPECT_EQ(console(), "");
+    EXPECT_EQ(take(), "");
 }
 
 // The checksum of uniform images; the plausibility check needs two errors;
@@ -109,29 +95,29 @@ TEST_F(Core, ChecksumAndPlausibilityOfTheRecord) {
 
 TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
     init_sys_data_default();
-    console();
+    take();
     sys_data.firmware_version[29] = 'x';
     eeprom_firmware_qa_check();
-    EXPECT_EQ(console(), "");
+    EXPECT_EQ(take(), "");
 
     sys_data.firmware_version[16] = '4';
     eeprom_firmware_qa_check();
     // The banner's text is checked through the menus (scenario_spine_test).
-    EXPECT_NE(console().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
-                             "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
+    EXPECT_NE(take().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
+                          "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
               std::string::npos);
 
     // An unterminated stored text is shown within its field only.
     std::memset(sys_data.firmware_version, 'A', sizeof sys_data.firmware_version);
     eeprom_firmware_qa_check();
-    EXPECT_NE(console().find("Version: " + std::string(32, 'A') + ", does not"), std::string::npos);
+    EXPECT_NE(take().find("Version: " + std::string(32, 'A') + ", does not"), std::string::npos);
 }
 
 TEST_F(Core, SamplingStateMarker) {
     sys_samp.initNum = 0;
     sys_samp.current_sample = 9;
     EXPECT_EQ(storeSysSampFRAMVariables(), 1u);
-    EXPECT_EQ(console(), "FRAM sys_samp.init, Num is not 0x55AA55AA\r\n");
+    EXPECT_EQ(take(), "FRAM sys_samp.init, Num is not 0x55AA55AA\r\n");
     EXPECT_EQ(fram32(12), 0u); // that store was skipped
     EXPECT_EQ(storeSysSampFRAMVariables(), 0u);
     EXPECT_EQ(fram32(12), 9u);
@@ -142,7 +128,7 @@ TEST_F(Core, SamplingStateMarker) {
     std::memcpy(sim::state().fram + 64 + 48, &pumpCnt, 4);
     std::memcpy(sim::state().fram + 64 + 4, &next, 4);
     retrieveSysSampFRAMVariables();
-    std::string out = console();
+    std::string out = take();
     EXPECT_EQ(out.rfind("FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n", 0),
               0u);
     EXPECT_NE(out.find("APF Set Defaults Into FRAM\r\n"), std::string::npos);
@@ -188,27 +174,27 @@ TEST_F(Core, SleepClampsTheWakeTime) {
         EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC);
         EXPECT_EQ(sys_samp.state, DEPLOYED);
     }
-    EXPECT_EQ(console(), ""); // normal output, no test mode: silent
+    EXPECT_EQ(take(), ""); // normal output, no test mode: silent
 
     // Polled: pin wake only, no RTC match armed.
     HibernateRTCMatchSet(0, 0);
     sleep_hibernates(DEPLOYED, 0);
     EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
     EXPECT_EQ(HibernateRTCMatchGet(0), 0u);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping in polled mode..\r\n\r\n\r\n");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping in polled mode..\r\n\r\n\r\n");
 
     // Idle in normal output: a single star.
     sleep_hibernates(IDLE, 0);
-    EXPECT_EQ(console(), "*");
+    EXPECT_EQ(take(), "*");
     EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
     EXPECT_EQ(fram32(0), 0u); // stored before the power goes
 
     sys_data.output = VERBOSE;
     sleep_hibernates(IDLE, 0);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping...*hit any key to wake\r\n\r\n\r\n");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping...*hit any key to wake\r\n\r\n\r\n");
     sim::set_rtc(kTenOClock);
     sleep_hibernates(DEPLOYED, kTenOClock + 60);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
 }
 
 TEST_F(Core, DeploymentDialogueWithADelayedPump) {
@@ -217,11 +203,11 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     sys_data.pump1_ontime = 5;
     sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
     sim::set_rtc(kTenOClock);
-    console();
+    take();
     // Test mode, a delay, in minutes (Enter: the default), 15; Enter keeps the note.
     sim::console_feed("y\ry\r\r15\r\r");
     hibernates(deploy_start);
-    std::string out = console();
+    std::string out = take();
     scenario::expect_in(out,
                         {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
                          "feature is disabled... Next Seawick release should have it, feedback on "
