@@ -2,31 +2,18 @@
 // paging, the error log, the card command line, and the header printers,
 // presets and toggle menu seen byte for byte. Scenarios run the fenwa-sim
 // program on a state folder; the printers are also called in-process.
-#include <gtest/gtest.h>
-
-#include "sim.h"
-#include "typist.h"
-
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <ctime>
-#include <filesystem>
 #include <fstream>
-#include <string>
-#include <vector>
 
-#include "board/i2c0.h"
-#include "board/uartstdio.h"
-#include "core/system.h"
+#include "console_bench.h"
 #include "eeprom.h"
+#include "factory_board.h"
 #include "ff.h"
 #include "files/config.h"
-#include "files/microsd.h"
-#include "hibernate.h"
-#include "factory_board.h"
-#include "scenario.h"
+#include "typist.h"
 
 using scenario::Board;
 using scenario::count;
@@ -36,7 +23,6 @@ namespace fs = std::filesystem;
 namespace {
 
 using bench::card;
-using bench::take;
 
 constexpr uint32_t kNewYear = 1735689600; // 2025/01/01 00:00:00 UTC
 const std::vector<std::string> kAtNewYear = {"--rtc", "1735689600"};
@@ -339,16 +325,13 @@ std::string flags() {
     return s;
 }
 
-class Files : public ::testing::Test {
+class Files : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
-        i2c0_init();
+        ConsoleBench::SetUp();
         HibernateRTCSet(kNewYear);
         init_sys_data_default();
-        memset(&sys_samp, 0, sizeof(sys_samp));
         init_uSDCard();
-        UARTEchoSet(0);
         take();
     }
 };
