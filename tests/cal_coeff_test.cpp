@@ -1,47 +1,33 @@
 // Calibration coefficients: the export listing and the host line, the packet
 // and card imports that read them back, and the operator's entry dialogue on
 // the simulated console.
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <memory>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "scenario.h"
-#include "sim.h"
-#include "typist.h"
-
-#include "board/uartstdio.h"
 #include "console/cal_coeff.h"
 #include "console/user_io.h"
-#include "core/main.h"
-#include "core/system.h"
+#include "console_bench.h"
 #include "ff.h"
-#include "files/ymodem.h"
-#include "hw_types.h"
+#include "typist.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-class CalCoeffTest : public ::testing::Test {
+class CalCoeffTest : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
+        ConsoleBench::SetUp();
         card_ = sim::card_dir(); // emptied by the board's reset
         UARTEchoSet(true);
         ASSERT_EQ(f_mount(&fs_, "", 0), FR_OK);
-        memset(&sys_data, 0, sizeof sys_data);
         sys_data.baud_rate = 115200;
-        calFileFlg = 0;
         dbg_flag = 0;
         sample();
-        sim::console_take();
+        take();
     }
     void TearDown() override { sim::reset_board(); }
     // A sensor's calibration, with values that need every digit of "%e".
@@ -61,11 +47,10 @@ class CalCoeffTest : public ::testing::Test {
         sys_data.k0_SW = -1.4012f;
         sys_data.k0std_SW = 4.2e-4f;
     }
-    static std::string out() { return bench::take(); }
     // Every value as the host line shows it ("%e" for the numbers).
     static std::vector<std::string> shown() {
         get_pH_sensor_cal_coeff();
-        std::stringstream line(out());
+        std::stringstream line(take());
         std::vector<std::string> v;
         for (std::string field; std::getline(line, field, '\t');) {
             v.push_back(field);
@@ -90,13 +75,14 @@ const char *const kListing =
 // gives every value again to "%e" precision.
 TEST_F(CalCoeffTest, ExportListingReadsBackThroughThePacketImport) {
     export_pH_sensor_cal_coeff();
-    std::string listing = out();
+    std::string listing = take();
     EXPECT_EQ(listing, kListing);
     get_pH_sensor_cal_coeff();
-    EXPECT_EQ(out(), "SN042\tIF777\tIS888\t03/14/2024\t-1.234568e-03\t2.500000e-05\t-3.751234e-07\t"
-                     "4.000000e-09\t1.000000e+00\t-2.123457e+00\t3.300000e+10\t-4.000000e-20\t"
-                     "5.555550e+00\t-6.000000e+00\t7.125000e+00\t04/15/2024\t-1.394501e+00\t"
-                     "-1.401200e+00\t4.200000e-04\t05/16/2024\r\n");
+    EXPECT_EQ(take(),
+              "SN042\tIF777\tIS888\t03/14/2024\t-1.234568e-03\t2.500000e-05\t-3.751234e-07\t"
+              "4.000000e-09\t1.000000e+00\t-2.123457e+00\t3.300000e+10\t-4.000000e-20\t"
+              "5.555550e+00\t-6.000000e+00\t7.125000e+00\t04/15/2024\t-1.394501e+00\t"
+              "-1.401200e+00\t4.200000e-04\t05/16/2024\r\n");
     std::vector<std::string> before = shown();
 
     std::string file = listing.substr(listing.find("Sensor_SN"));
@@ -138,7 +124,7 @@ TEST_F(CalCoeffTest, PacketLinesLongerThan32CharactersAreCut) {
 // the PT and k0 dates and the k0 values are shown but not stored.
 TEST_F(CalCoeffTest, CardImportOfDF384) {
     export_pH_sensor_cal_coeff();
-    std::string listing = out();
+    std::string listing = take();
     std::string file = listing.substr(listing.find("Sensor_SN"));
     file.replace(file.find("SN042"), 5, "SN9876543210");
     file.replace(file.find("IS888"), 5, "IS999");
@@ -152,7 +138,7 @@ TEST_F(CalCoeffTest, CardImportOfDF384) {
     strcpy(sys_data.service_date, "y");
 
     import_pH_sensor_cal_coeff();
-    std::string o = out();
+    std::string o = take();
     EXPECT_EQ(o.rfind("importing DF384.cal, " + std::to_string(file.size()) + " bytes...\r\n" +
                           "Sensor_SN,SN9876543210\r\nISFET_SN,IF777\r\nISE_SN,IS999\r\n",
                       0),
@@ -177,7 +163,7 @@ TEST_F(CalCoeffTest, CardImportOfDF384) {
 
     fs::remove(card_ / "DF384.CAL");
     import_pH_sensor_cal_coeff();
-    EXPECT_EQ(out(), "f_open error: FR_NO_FILE\r\n");
+    EXPECT_EQ(take(), "f_open error: FR_NO_FILE\r\n");
 }
 
 TEST_F(CalCoeffTest, OperatorEntryDialogue) {
