@@ -404,6 +404,8 @@ const HibCall kHibCalls[] = {
      kCtl | 0x18u},
     {"StaleRequestBit", [] { HibernateWakeSet(HIBERNATE_WAKE_PIN); }, kCtl | kHibReq, HIBCTL,
      kCtl | HIBERNATE_WAKE_PIN},
+    {"WakeSetTakesOnlyWakeBits", [] { HibernateWakeSet(~HIBERNATE_WAKE_RTC & ~(1u << 9)); },
+     kCtl | 0x18u, HIBCTL, kCtl | HIBERNATE_WAKE_PIN},
     {"RetentionOff", [] { HibernateGPIORetentionDisable(); }, kCtl, HIBCTL, kClk32En | kRtcEn},
     {"ClockConfig", [] { HibernateClockConfig(kOscDrv | 0x7u); }, kCtl, HIBCTL, kCtl | kOscDrv},
     {"IntClear", [] { HibernateIntClear(0xFFFFFFFFu); }, kCtl, HIBIC, kHibInts},
@@ -430,17 +432,6 @@ TEST_F(ChipTest, HibernateRtcAndMatch) {
     EXPECT_EQ(hib.writes.size(), 4u);
 }
 
-TEST_F(ChipTest, HibernateWakeFlagsKeepOtherControlBits) {
-    hib.ctl = kCtl;
-    HibernateWakeSet(HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC);
-    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC);
-    HibernateWakeSet(HIBERNATE_WAKE_RTC);
-    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_RTC);
-    HibernateWakeSet(~HIBERNATE_WAKE_RTC & ~(1u << 9));
-    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
-    EXPECT_EQ(hib.ctl, kCtl | HIBERNATE_WAKE_PIN);
-}
-
 TEST_F(ChipTest, HibernateInterruptStatusMaskAndClear) {
     hib.ris = 0x01u | 0x08u | 0x10u | 0x40u; // RTCALT0, EXTW, WC and a bit this part lacks
     hib.im = 0x01u | 0x04u;
@@ -456,6 +447,7 @@ TEST_F(ChipTest, HibernateInterruptStatusMaskAndClear) {
 // The model never removes power: the request must come back after its wait.
 TEST_F(ChipTest, HibernateRequestReturnsWhenPowerStays) {
     hib.ctl = kCtl | HIBERNATE_WAKE_RTC;
+    EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_RTC);
     HibernateRequest();
     EXPECT_EQ(hib.requests, 1u);
     EXPECT_EQ(hib.ctl, kCtl | HIBERNATE_WAKE_RTC | kHibReq);
