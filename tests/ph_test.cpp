@@ -214,19 +214,13 @@ TEST_F(PhCalib, ManualPathTranscript) {
     CalOut ref = ref_calib(8.1f, 0.0731f, -0.9838f, 12.5f, 34.5f, kAll);
     char expect[1024];
     std::snprintf(expect, sizeof expect,
-                  "\r\nph_calib() not supported in this version\r\n"
-                  "\r\n\r\nEnter pH calibration point [0.000]: "
-                  "pH cal pt = 8.100\r\n"
-                  "Perform automatic DuraFET calibration (Y/N) [N]? "
-                  "\r\n\r\nEnter Vrsi [0.000000]: "
-                  "\r\n\r\nEnter Vrse [0.000000]: "
-                  "\r\nEnter bath temperature [0.000000]: "
-                  "\r\nEnter bath salinity [0.000000]: "
-                  "\r\n\r\nEo Int @ 25C = %f"
-                  "\r\nEo Ext @ 25C = %f"
-                  "\r\nTCOffset = 0.250000\r\n\r\n"
-                  "Accept and store calibration values(Y/N) [N]? "
-                  "\r\nCalibration values stored",
+                  "\r\nph_calib() not supported in this version\r\n\r\n\r\n"
+                  "Enter pH calibration point [0.000]: pH cal pt = 8.100\r\n"
+                  "Perform automatic DuraFET calibration (Y/N) [N]? \r\n\r\n"
+                  "Enter Vrsi [0.000000]: \r\n\r\nEnter Vrse [0.000000]: \r\n"
+                  "Enter bath temperature [0.000000]: \r\nEnter bath salinity [0.000000]: "
+                  "\r\n\r\nEo Int @ 25C = %f\r\nEo Ext @ 25C = %f\r\nTCOffset = 0.250000\r\n\r\n"
+                  "Accept and store calibration values(Y/N) [N]? \r\nCalibration values stored",
                   (double)(float)ref.k0int, (double)(float)ref.k0ext);
     EXPECT_EQ(out, expect);
     EXPECT_EQ(bits(sys_data.k0int), bits((float)ref.k0int));
