@@ -1,5 +1,7 @@
 // The stored records, the schedule, sleep and wake classification, called
 // directly on the in-process simulated board.
+#include <filesystem>
+
 #include "console_bench.h"
 #include "core/sleep.h"
 
@@ -197,7 +199,7 @@ TEST_F(Core, SleepClampsTheWakeTime) {
     EXPECT_EQ(take(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
 }
 
-TEST_F(Core, DeploymentDialogueWithADelayedPump) {
+TEST_F(Core, DeploymentDialogueWithADelayedPumpAndTheCardOff) {
     init_sys_data_default();
     sys_data.sampling_period = 60;
     sys_data.pump1_ontime = 5;
@@ -208,14 +210,16 @@ TEST_F(Core, DeploymentDialogueWithADelayedPump) {
     sim::console_feed("y\ry\r\r15\r\r");
     hibernates(deploy_start);
     std::string out = take();
-    scenario::expect_in(out,
-                        {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
-                         "feature is disabled... Next Seawick release should have it, feedback on "
-                         "delay parm entry is requested. \r\n",
-                         "Pump test mode active\r\n", "Enter delay [0] min: ",
-                         "Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n",
-                         "Starting deployment...       Hit a key, then type 'stop' to end "
-                         "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"});
+    scenario::expect_in(
+        out, {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
+              "feature is disabled... Next Seawick release should have it, feedback on "
+              "delay parm entry is requested. \r\n",
+              "// MicroSD Logging:  \t0\r\n", "Pump test mode active\r\n", "Enter delay [0] min: ",
+              "Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n",
+              "Starting deployment...       Hit a key, then type 'stop' to end "
+              "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"});
+    EXPECT_EQ(out.find("f_open error"), std::string::npos); // the card is off: never touched
+    EXPECT_TRUE(std::filesystem::is_empty(sim::card_dir()));
     EXPECT_EQ(sys_data.test_mode, 1u);
     EXPECT_EQ(sys_samp.start_pump_cntdown, 900u);
     EXPECT_EQ(sys_data.start_pump_time, kTenOClock + 900);
