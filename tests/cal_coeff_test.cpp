@@ -212,13 +212,11 @@ TEST_F(CalCoeffTest, OperatorEntryDialogue) {
          "Enter k0_SW  [-1.401200e+00]: -1.25\r\n\r         [-1.250000e+00]\r\n",
          "service_date [05/16/2024]: 01/01/2025\r\n\r             [01/01/2025]\r\n"});
 
-    const float kept[] = {sys_data.k0int,     sys_data.k0ext,    sys_data.k2int,
-                          sys_data.k2ext,     sys_data.TCOffset, sys_data.default_sal,
-                          sys_data.fP_Cal[0], sys_data.k0_SW};
-    const float want[] = {-0.5f, -1.3f, -0.001455f, -0.002f, 0.0f, 35.0f, 1.5f, -1.25f};
-    EXPECT_EQ(std::vector<float>(kept, kept + 8), std::vector<float>(want, want + 8));
-    EXPECT_EQ(sys_data.quadTherm_c0, 341.5);
-    EXPECT_EQ(sys_data.quadTherm_c1, -9.10257e-05);
+    EXPECT_EQ(
+        row(sys_data.k0int, sys_data.k0ext, sys_data.k2int, sys_data.k2ext, sys_data.TCOffset,
+            sys_data.default_sal, sys_data.fP_Cal[0], sys_data.k0_SW, sys_data.quadTherm_c0,
+            sys_data.quadTherm_c1),
+        row(-0.5f, -1.3f, -0.001455f, -0.002f, 0.0f, 35.0f, 1.5f, -1.25f, 341.5, -9.10257e-05));
     EXPECT_STREQ(sys_data.sensor_SN, "SN12345");
     EXPECT_STREQ(sys_data.cal_filename, "sn042.cal");
     EXPECT_STREQ(sys_data.service_date, "01/01/2025");

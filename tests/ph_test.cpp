@@ -241,11 +241,10 @@ TEST_F(PhCalib, ManualPathTranscript) {
 }
 
 TEST_F(PhCalib, BadEntriesAreRefusedOrKept) {
-    std::string longLine(10000, '7');
     std::string out = calib("15\r-0.5\rnan\r14\r" // out of range, then a valid bound
                             "\x01\xff garbage\r"  // not a yes
                             "2.5\r-3\r" +
-                            longLine +
+                            std::string(10000, '7') +
                             "\r0.05\r"   // range, overlong, valid
                             "x\r"        // Vrse unreadable: kept
                             "101\r100\r" // temperature
