@@ -48,7 +48,7 @@ TEST_F(Core, DefaultsImage) {
     init_sys_data_default();
     EXPECT_EQ(take(), "Baud rate is changed to default: 115200\r\n");
 
-    // Layout and shown values: static_asserts, scenario_spine_test, files_test.
+    // Where fields lie: static_asserts, scenario_spine_test; what they show: files_test.
     EXPECT_EQ(sys_data.baud_rate, 115200u);
     EXPECT_EQ(sys_data.qa.adc24, 77u);
     EXPECT_EQ(sys_data.spare[10], 1.5f);

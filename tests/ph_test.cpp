@@ -374,7 +374,7 @@ class PhCalibBath : public PhCalib {
         sim::set_environment(sim::Environment());
         PhCalib::TearDown();
     }
-    // `n` more line ends (rows of means), then `keys`.
+    // `keys` once `n` more rows of means have begun (each starts with its line end).
     static void rows(Steps &s, size_t n, const std::string &keys) {
         s.insert(s.end(), n - 1, {"\r\n", ""});
         s.push_back({"\r\n", keys});
