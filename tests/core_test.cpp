@@ -1,36 +1,24 @@
 // The stored records, the schedule, sleep and wake classification, called
 // directly on the in-process simulated board.
-#include <gtest/gtest.h>
+#include <filesystem>
 
-#include <cstring>
-#include <string>
-
-#include "core/main.h"
+#include "console_bench.h"
 #include "core/sleep.h"
-#include "core/system.h"
-#include "hibernate.h"
-#include "scenario.h"
-#include "sim.h"
 
 namespace {
 
 const uint32_t kTenOClock = 1709632800u; // 2024-03-05 10:00:00 UTC
 
-class Core : public ::testing::Test {
+class Core : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
-        std::memset(&sys_data, 0, sizeof sys_data);
-        std::memset(&sys_samp, 0, sizeof sys_samp);
+        ConsoleBench::SetUp();
         sys_data.baud_rate = 115200;
-        sys_samp.initNum = SYS_SAMP_INIT_NUM;
-        sim::console_take();
     }
     void TearDown() override {
         sim::knobs().on_hibernate = nullptr;
         sim::knobs().on_reset = nullptr;
     }
-    static std::string console() { return bench::take(); }
     // A word of the sampling record in FRAM.
     static uint32_t fram32(size_t off) {
         uint32_t v;
@@ -58,11 +46,9 @@ TEST_F(Core, DefaultsImage) {
     sys_data.qa.adc24 = 77; // not a default: kept
     sys_data.spare[10] = 1.5f;
     init_sys_data_default();
-    EXPECT_EQ(console(), "Baud rate is changed to default: 115200\r\n");
+    EXPECT_EQ(take(), "Baud rate is changed to default: 115200\r\n");
 
-    // Where each field lies is pinned by the record's static_asserts and the
-    // stored-layout scenario (scenario_spine_test); the values the header block
-    // shows by the deployment's header scenario (files_test).
+    // Where fields lie: static_asserts, scenario_spine_test; what they show: files_test.
     EXPECT_EQ(sys_data.baud_rate, 115200u);
     EXPECT_EQ(sys_data.qa.adc24, 77u);
     EXPECT_EQ(sys_data.spare[10], 1.5f);
@@ -72,17 +58,16 @@ TEST_F(Core, DefaultsImage) {
 
     // Already at the default rate: no notice.
     init_sys_data_default();
-    EXPECT_EQ(console(), "");
+    EXPECT_EQ(take(), "");
 }
 
-TEST_F(Core, ChecksumOfUniformImages) {
+// The checksum of uniform images; the plausibility check needs two errors;
+// an out-of-range execution switch is cleared.
+TEST_F(Core, ChecksumAndPlausibilityOfTheRecord) {
     std::memset(&sys_data, 0, sizeof sys_data);
     EXPECT_EQ(compute_sys_data_chksum(), 0u);
     std::memset(&sys_data, 0xFF, sizeof sys_data);
     EXPECT_EQ(compute_sys_data_chksum(), 344760u);
-}
-
-TEST_F(Core, PlausibilityCheckNeedsTwoErrors) {
     struct Case {
         float lowBatt;
         uint32_t baud;
@@ -102,9 +87,6 @@ TEST_F(Core, PlausibilityCheckNeedsTwoErrors) {
         sys_data_error_check();
         EXPECT_EQ(sys_data.averaging_interval == 60, c.reset) << c.lowBatt << " " << c.baud;
     }
-}
-
-TEST_F(Core, SwitcheroniOutOfRangeIsCleared) {
     sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI] = 7;
     EXPECT_EQ(verifySysDataVariables(), 0);
     EXPECT_EQ(sys_data.app_cfg[APPCFG_EXEC_SWITCHERONI], 0);
@@ -115,29 +97,29 @@ TEST_F(Core, SwitcheroniOutOfRangeIsCleared) {
 
 TEST_F(Core, VersionBannerOnlyForTheFirst28Bytes) {
     init_sys_data_default();
-    console();
+    take();
     sys_data.firmware_version[29] = 'x';
     eeprom_firmware_qa_check();
-    EXPECT_EQ(console(), "");
+    EXPECT_EQ(take(), "");
 
     sys_data.firmware_version[16] = '4';
     eeprom_firmware_qa_check();
     // The banner's text is checked through the menus (scenario_spine_test).
-    EXPECT_NE(console().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
-                             "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
+    EXPECT_NE(take().find("ZEP4 123g revB, does not match firmware: Fenwa v5.0.3 ZEP3 123g "
+                          "revB\r\n\r\n*  Run EEPROM data procedure:  \r\n"),
               std::string::npos);
 
     // An unterminated stored text is shown within its field only.
     std::memset(sys_data.firmware_version, 'A', sizeof sys_data.firmware_version);
     eeprom_firmware_qa_check();
-    EXPECT_NE(console().find("Version: " + std::string(32, 'A') + ", does not"), std::string::npos);
+    EXPECT_NE(take().find("Version: " + std::string(32, 'A') + ", does not"), std::string::npos);
 }
 
 TEST_F(Core, SamplingStateMarker) {
     sys_samp.initNum = 0;
     sys_samp.current_sample = 9;
     EXPECT_EQ(storeSysSampFRAMVariables(), 1u);
-    EXPECT_EQ(console(), "FRAM sys_samp.init, Num is not 0x55AA55AA\r\n");
+    EXPECT_EQ(take(), "FRAM sys_samp.init, Num is not 0x55AA55AA\r\n");
     EXPECT_EQ(fram32(12), 0u); // that store was skipped
     EXPECT_EQ(storeSysSampFRAMVariables(), 0u);
     EXPECT_EQ(fram32(12), 9u);
@@ -148,7 +130,7 @@ TEST_F(Core, SamplingStateMarker) {
     std::memcpy(sim::state().fram + 64 + 48, &pumpCnt, 4);
     std::memcpy(sim::state().fram + 64 + 4, &next, 4);
     retrieveSysSampFRAMVariables();
-    std::string out = console();
+    std::string out = take();
     EXPECT_EQ(out.rfind("FRAM sys_samp.init, Num is not 0x55AA55AA.  Defaults assigned\r\n", 0),
               0u);
     EXPECT_NE(out.find("APF Set Defaults Into FRAM\r\n"), std::string::npos);
@@ -194,51 +176,50 @@ TEST_F(Core, SleepClampsTheWakeTime) {
         EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN | HIBERNATE_WAKE_RTC);
         EXPECT_EQ(sys_samp.state, DEPLOYED);
     }
-    EXPECT_EQ(console(), ""); // normal output, no test mode: silent
+    EXPECT_EQ(take(), ""); // normal output, no test mode: silent
 
     // Polled: pin wake only, no RTC match armed.
     HibernateRTCMatchSet(0, 0);
     sleep_hibernates(DEPLOYED, 0);
     EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
     EXPECT_EQ(HibernateRTCMatchGet(0), 0u);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping in polled mode..\r\n\r\n\r\n");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping in polled mode..\r\n\r\n\r\n");
 
     // Idle in normal output: a single star.
     sleep_hibernates(IDLE, 0);
-    EXPECT_EQ(console(), "*");
+    EXPECT_EQ(take(), "*");
     EXPECT_EQ(HibernateWakeGet(), HIBERNATE_WAKE_PIN);
     EXPECT_EQ(fram32(0), 0u); // stored before the power goes
 
     sys_data.output = VERBOSE;
     sleep_hibernates(IDLE, 0);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping...*hit any key to wake\r\n\r\n\r\n");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping...*hit any key to wake\r\n\r\n\r\n");
     sim::set_rtc(kTenOClock);
     sleep_hibernates(DEPLOYED, kTenOClock + 60);
-    EXPECT_EQ(console(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
+    EXPECT_EQ(take(), "\r\n\r\nSleeping until 03/05/24 10:01:00");
 }
 
-TEST_F(Core, DeploymentDialogueWithADelayedPump) {
+TEST_F(Core, DeploymentDialogueWithADelayedPumpAndTheCardOff) {
     init_sys_data_default();
     sys_data.sampling_period = 60;
     sys_data.pump1_ontime = 5;
     sys_data.app_cfg[APPCFG_MICROSD_ENABLE] = 0;
     sim::set_rtc(kTenOClock);
-    console();
-    sim::console_feed("y\r"
-                      "y\r"
-                      "\r"
-                      "15\r"
-                      "\r"); // Enter keeps the deployment note
+    take();
+    // Test mode, a delay, in minutes (Enter: the default), 15; Enter keeps the note.
+    sim::console_feed("y\ry\r\r15\r\r");
     hibernates(deploy_start);
-    std::string out = console();
-    scenario::expect_in(out,
-                        {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
-                         "feature is disabled... Next Seawick release should have it, feedback on "
-                         "delay parm entry is requested. \r\n",
-                         "Pump test mode active\r\n", "Enter delay [0] min: ",
-                         "Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n",
-                         "Starting deployment...       Hit a key, then type 'stop' to end "
-                         "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"});
+    std::string out = take();
+    scenario::expect_in(
+        out, {"SBE pump will run and must be immersed at start time!\r\n Delayed start "
+              "feature is disabled... Next Seawick release should have it, feedback on "
+              "delay parm entry is requested. \r\n",
+              "// MicroSD Logging:  \t0\r\n", "Pump test mode active\r\n", "Enter delay [0] min: ",
+              "Pump start delay is 15 minutes, pump starts at 03/05/24 10:15:00\r\n",
+              "Starting deployment...       Hit a key, then type 'stop' to end "
+              "deployment.  Ctrl-X <Enter> to terminate pump cycle\r\n"});
+    EXPECT_EQ(out.find("f_open error"), std::string::npos); // the card is off: never touched
+    EXPECT_TRUE(std::filesystem::is_empty(sim::card_dir()));
     EXPECT_EQ(sys_data.test_mode, 1u);
     EXPECT_EQ(sys_samp.start_pump_cntdown, 900u);
     EXPECT_EQ(sys_data.start_pump_time, kTenOClock + 900);
@@ -285,9 +266,9 @@ TEST_F(Core, WakeClassification) {
 // but refused, "ss" insists on "sl", and "stop" with trailing text ends it all.
 TEST(CoreScenario, DeployedCommandLoop) {
     scenario::Board b;
-    auto r = b.run("1 period 600\\r\n2 \\r\n2.1 \\r\n2.2 \\r\n2.3 \\r\n3 x\n4 4\\r\n4.2 \\r\n"
-                   "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
-                   "30 x\n32 stopnow\\r\n",
+    auto r = b.run(scenario::deploy_script(600) +
+                       "10 x\n12 pumpon\\r\n13 TS\\r\n14 ss\\r\n15 xx\\r\n16 ss\\r\n17 sl\\r\n"
+                       "30 x\n32 stopnow\\r\n",
                    200);
     scenario::expect_in(r.out, {"pumpon\r\n\rNAK\r\n", "TS\r\n\rNAK\r\n"}); // no case folding here
     EXPECT_NE(r.out.find("\r\nexpected sl, received xx"), std::string::npos);

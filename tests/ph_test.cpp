@@ -1,29 +1,17 @@
 // Temperature and pH: the firmware's results bit for bit against the written
 // formulas, each rounding to single precision shown to matter, the reference
 // values, and the bath calibration dialogue running the chemistry backwards.
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <random>
-#include <string>
 #include <vector>
 
-#include "devices.h"
+#include "console_bench.h"
 #include "inst_models.h"
-#include "scenario.h"
-#include "sim.h"
-
-#include "board/board_util.h"
-#include "board/uartstdio.h"
-#include "core/system.h"
-#include "hw_types.h"
 #include "instruments/ctd_base.h"
 #include "measure/ph.h"
+#include "typist.h"
 
 namespace {
 
@@ -144,15 +132,13 @@ std::vector<Reading> readings(double eLo, double eHi, size_t n) {
 
 // A powered board with the record's factory defaults (k0int -0.4, k0ext
 // -1.3, no thermistor offset), and the calibration dialogue run on it.
-class PhCalib : public ::testing::Test {
+class PhCalib : public ConsoleBench {
   protected:
     void SetUp() override {
-        bench::power_up();
-        std::memset(&sys_data, 0, sizeof sys_data);
+        ConsoleBench::SetUp(); // no echo: the transcript is the instrument's own output
         sys_data.baud_rate = 115200;
         init_sys_data_default();
-        UARTEchoSet(false); // the transcript is the instrument's own output
-        sim::console_take();
+        take();
         // A dialogue waiting for input that never comes fails the test.
         sim::knobs().time_limit = sim::state().now + 600ull * sim::kCpuHz;
     }
@@ -228,19 +214,13 @@ TEST_F(PhCalib, ManualPathTranscript) {
     CalOut ref = ref_calib(8.1f, 0.0731f, -0.9838f, 12.5f, 34.5f, kAll);
     char expect[1024];
     std::snprintf(expect, sizeof expect,
-                  "\r\nph_calib() not supported in this version\r\n"
-                  "\r\n\r\nEnter pH calibration point [0.000]: "
-                  "pH cal pt = 8.100\r\n"
-                  "Perform automatic DuraFET calibration (Y/N) [N]? "
-                  "\r\n\r\nEnter Vrsi [0.000000]: "
-                  "\r\n\r\nEnter Vrse [0.000000]: "
-                  "\r\nEnter bath temperature [0.000000]: "
-                  "\r\nEnter bath salinity [0.000000]: "
-                  "\r\n\r\nEo Int @ 25C = %f"
-                  "\r\nEo Ext @ 25C = %f"
-                  "\r\nTCOffset = 0.250000\r\n\r\n"
-                  "Accept and store calibration values(Y/N) [N]? "
-                  "\r\nCalibration values stored",
+                  "\r\nph_calib() not supported in this version\r\n\r\n\r\n"
+                  "Enter pH calibration point [0.000]: pH cal pt = 8.100\r\n"
+                  "Perform automatic DuraFET calibration (Y/N) [N]? \r\n\r\n"
+                  "Enter Vrsi [0.000000]: \r\n\r\nEnter Vrse [0.000000]: \r\n"
+                  "Enter bath temperature [0.000000]: \r\nEnter bath salinity [0.000000]: "
+                  "\r\n\r\nEo Int @ 25C = %f\r\nEo Ext @ 25C = %f\r\nTCOffset = 0.250000\r\n\r\n"
+                  "Accept and store calibration values(Y/N) [N]? \r\nCalibration values stored",
                   (double)(float)ref.k0int, (double)(float)ref.k0ext);
     EXPECT_EQ(out, expect);
     EXPECT_EQ(bits(sys_data.k0int), bits((float)ref.k0int));
@@ -261,11 +241,10 @@ TEST_F(PhCalib, ManualPathTranscript) {
 }
 
 TEST_F(PhCalib, BadEntriesAreRefusedOrKept) {
-    std::string longLine(10000, '7');
     std::string out = calib("15\r-0.5\rnan\r14\r" // out of range, then a valid bound
                             "\x01\xff garbage\r"  // not a yes
                             "2.5\r-3\r" +
-                            longLine +
+                            std::string(10000, '7') +
                             "\r0.05\r"   // range, overlong, valid
                             "x\r"        // Vrse unreadable: kept
                             "101\r100\r" // temperature
@@ -355,136 +334,94 @@ TEST_F(PhCalib, RoundingPointsOfTheCalibration) {
 
 // ---- the automatic path: sensor and CTD in the simulated bath --------------------
 
-// The rows of running means printed so far, as numbers.
-std::vector<std::array<double, 10>> calib_rows(const std::string &text) {
-    std::vector<std::array<double, 10>> rows;
-    std::array<double, 10> r{};
-    for (size_t pos = 0; (pos = text.find("\r\n", pos)) != std::string::npos;) {
-        pos += 2; // a row is the only line that starts with a number
-        if (std::sscanf(text.c_str() + pos, "%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf\t%lf",
-                        &r[0], &r[1], &r[2], &r[3], &r[4], &r[5], &r[6], &r[7], &r[8],
-                        &r[9]) == 10) {
-            rows.push_back(r);
-        }
+// A row of running means and spreads in the model bath (Vrsi, Vrse, Vtherm,
+// CTD temperature and salinity) when `k` of the five cells hold a sensor
+// reading and `c` a CTD sample: empty cells are zero, the spread is the root
+// of the summed squares, not divided by the count.
+std::string means(int k, int c) {
+    const double bath[5] = {0.0732693, -0.78865367, 0.98842323, 25.0, 35.0};
+    std::string s;
+    for (int q = 0; q < 5; q++) {
+        double n = q < 3 ? k : c, m = bath[q] * n / 5.0;
+        double sd = std::sqrt(n * (bath[q] - m) * (bath[q] - m) + (5.0 - n) * m * m);
+        char b[32];
+        std::snprintf(b, sizeof b, "%8.5f\t%8.5f\t", m, sd);
+        s += b;
     }
-    return rows;
-}
-
-// Answers the dialogue like an operator watching the console: each step waits
-// for its cue (`n` times `text` on the screen, or `n` rows of means when
-// `text` is empty), then types. Runs from the SysTick interrupt so it can act
-// while the firmware waits.
-struct Operator {
-    struct Step {
-        std::string text;
-        size_t n;
-        std::string keys;
-    };
-    std::vector<Step> steps;
-    size_t next = 0;
-    std::string seen;
-};
-Operator *g_operator = nullptr;
-
-void operator_tick() {
-    SysTickIntHandler();
-    Operator &op = *g_operator;
-    op.seen += sim::console_take();
-    if (op.next == op.steps.size()) {
-        return;
-    }
-    const Operator::Step &s = op.steps[op.next];
-    if ((s.text.empty() ? calib_rows(op.seen).size() : scenario::count(op.seen, s.text)) >= s.n) {
-        sim::console_feed(s.keys);
-        op.next++;
-    }
+    s.back() = '\r';
+    return s + "\n";
 }
 
 class PhCalibBath : public PhCalib {
   protected:
+    using Steps = std::vector<sim::Typist::Step>;
     void SetUp() override {
         sim::Environment env;
         env.ph = 8.0;
         env.temp_c = 25.0;
         env.salinity = 35.0;
         env.ctd = "sbe37";
+        env.noise_uv = 0.0; // the rows' last digits do not hang on when each reading was taken
         sim::set_environment(env);
         PhCalib::SetUp();
         sim::set_environment(env);
         sys_data.data_cfg[CFG_UART4_INST] = 6; // SBE37
         ctd = ctdDriver{};
         sim::attach_serial(UART4_BASE, std::make_shared<sim::Sbe37Model>());
-        sim::console_take();
         sim::knobs().time_limit = sim::state().now + 1200ull * sim::kCpuHz;
     }
     void TearDown() override {
-        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
         sim::set_environment(sim::Environment());
         PhCalib::TearDown();
     }
-    // The dialogue with the operator's steps; what it printed.
-    std::string run(std::vector<Operator::Step> steps) {
-        Operator op{std::move(steps), 0, ""};
-        g_operator = &op;
-        sim::set_irq_handler(FAULT_SYSTICK, operator_tick);
-        std::string out = calib("");
-        sim::set_irq_handler(FAULT_SYSTICK, nullptr);
-        EXPECT_EQ(op.next, op.steps.size()) << "operator stopped at this step";
-        return op.seen + out;
+    // `keys` once `n` more rows of means have begun (each starts with its line end).
+    static void rows(Steps &s, size_t n, const std::string &keys) {
+        s.insert(s.end(), n - 1, {"\r\n", ""});
+        s.push_back({"\r\n", keys});
+    }
+    // The dialogue with an operator answering its prompts; what it printed.
+    static std::string run(const Steps &steps) {
+        auto op = std::make_shared<sim::Typist>(steps, 1);
+        sim::attach_serial(UART0_BASE, op);
+        calib("");
+        EXPECT_TRUE(op->all_answered()) << "operator stopped at step " << op->answered();
+        return op->seen;
     }
 };
 
 TEST_F(PhCalibBath, AutomaticCalibrationInTheModelBath) {
-    std::string out = run({
-        {"Enter pH calibration point", 1, "8.0\r"},
-        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "y\r"},
-        {"", 2, "\x18"}, // gives up the CTD sample of the third pass
-        {"", 7, "k"},
-        {"Values acceptable (Y/N) [N]? ", 1, "n\r"}, // more rows
-        {"", 9, "k"},
-        {"Values acceptable (Y/N) [N]? ", 2, "y\r"},
-        {"Accept and store calibration values(Y/N) [N]? ", 1, "y\r"},
-    });
-
+    Steps s = {{"]: ", "8.0\r"}, {"[N]? ", "y\r"}, {"Sal-SD", ""}};
+    rows(s, 2, "\x18"); // gives up the CTD sample of the third pass
+    rows(s, 5, "k");
+    s.push_back({"Values acceptable (Y/N) [N]? ", "n\r"}); // more rows
+    rows(s, 1, "k");
+    s.insert(s.end(), {{"Values acceptable (Y/N) [N]? ", "y\r"},
+                       {"Accept and store calibration values(Y/N) [N]? ", "y\r"}});
+    std::string out = run(s);
+    // The third pass lost its CTD sample to CTRL-X; the gap has left the cells
+    // by the ninth. The fifth pass lands on the mean cell and is lost.
+    const std::string average = "\r\nAverage of last 5 values\r\nVint = 0.0732";
     scenario::expect_in(
         out, {"Perform automatic DuraFET calibration (Y/N) [N]? "
               "Place DuraFET and MicroCAT in calibration bath.\r\n"
               "Hit any key when values have stabilized...\r\n"
               "\r\n\r\n    Vrsi\t Vrsi-SD\t    Vrse\t Vrse-SD\t  Vtherm\tVthermSD\t   TempC\t"
-              "TempC-SD\tSalinity\tSal-SD\r\n",
+              "TempC-SD\tSalinity\tSal-SD\r\n" +
+                  means(1, 1) + means(2, 2) + means(3, 2) + means(4, 3) + means(4, 3) +
+                  means(5, 4) + means(5, 4) + means(5, 4) + average,
+              "\r\nValues acceptable (Y/N) [N]? \r\n" + means(5, 5) + means(5, 5) + average,
               "\r\nMicroCAT Temperature = 25.000000 C  SD = 0.000000"
               "\r\nMicroCAT Salinity = 35.000000  SD = 0.000000\r\n\r\n"
-              "Values acceptable (Y/N) [N]? ",
-              "\r\nCalibration values stored"});
+              "Values acceptable (Y/N) [N]? "});
+    EXPECT_EQ(out.substr(out.size() - 27), "\r\nCalibration values stored");
     EXPECT_EQ(scenario::count(out, "Sal-SD"), 1u); // one header for fewer than 20 rows
-    EXPECT_EQ(scenario::count(out, "Average of last 5 values\r\nVint = "), 2u);
-
-    std::vector<std::array<double, 10>> r = calib_rows(out);
-    ASSERT_GE(r.size(), 9u);
-    // Running means over five cells, empty ones zero: the first rows ramp up,
-    // the fifth pass lands on the mean cell and is lost, the sixth fills the
-    // row. The third pass lost its CTD sample to CTRL-X.
-    const double vi = r.back()[0], T = 25.0, S = 35.0;
-    const double ramp[6] = {0.2, 0.4, 0.6, 0.8, 0.8, 1.0};
-    const double ctdRamp[6] = {0.2, 0.4, 0.4, 0.6, 0.6, 0.8};
-    for (int k = 0; k < 6; k++) {
-        EXPECT_NEAR(r[k][0], ramp[k] * vi, 2e-5) << "row " << k + 1;
-        EXPECT_NEAR(r[k][6], ctdRamp[k] * T, 1e-4) << "row " << k + 1;
-        EXPECT_NEAR(r[k][8], ctdRamp[k] * S, 1e-4) << "row " << k + 1;
-    }
-    // Spread: the root of the summed squares, not divided by the count.
-    double m = 0.2 * T, ss = std::pow(T - m, 2) + 4 * std::pow(m, 2);
-    EXPECT_NEAR(r[0][7], std::sqrt(ss), 1e-4);
-    // The third-pass gap has left the five cells by the ninth pass.
-    EXPECT_NEAR(r[8][6], T, 1e-4);
-    EXPECT_NEAR(r[8][7], 0.0, 1e-4);
 
     // The model's water follows the factory calibration: the bath gives it
     // back, and the thermistor agrees with the CTD.
     EXPECT_NEAR(sys_data.k0int, -0.4, 1e-4);
     EXPECT_NEAR(sys_data.k0ext, -1.3, 2e-4);
     EXPECT_NEAR(sys_data.TCOffset, 0.0, 0.01);
-    EXPECT_NEAR(calc_pHint((float)vi, 25.0f), 8.0, 5e-4); // vi as printed: 10 uV
+    EXPECT_NEAR(calc_pHint(0.07327f, 25.0f), 8.0, 5e-4); // Vrsi as printed: 10 uV
 }
 
 // A CTD type with no driver gives no bath values; Enter alone keeps the
@@ -494,13 +431,11 @@ TEST_F(PhCalibBath, AutomaticCalibrationWithoutCtd) {
     ctd.tempC = 0.0f;
     ctd.salt = 0.0f;
     const float k0int = sys_data.k0int;
-    std::string out = run({
-        {"Enter pH calibration point", 1, "\r"},
-        {"Perform automatic DuraFET calibration (Y/N) [N]? ", 1, "Y\r"},
-        {"", 1, "\r"},
-        {"Values acceptable (Y/N) [N]? ", 1, "y\r"},
-        {"Accept and store calibration values(Y/N) [N]? ", 1, "\r"},
-    });
+    Steps s = {{"]: ", "\r"}, {"[N]? ", "Y\r"}, {"Sal-SD", ""}};
+    rows(s, 1, "\r");
+    s.insert(s.end(), {{"Values acceptable (Y/N) [N]? ", "y\r"},
+                       {"Accept and store calibration values(Y/N) [N]? ", "\r"}});
+    std::string out = run(s);
     EXPECT_NE(out.find("MicroCAT Temperature = 0.000000 C"), std::string::npos);
     EXPECT_EQ(out.find("Calibration values stored"), std::string::npos);
     EXPECT_EQ(bits(sys_data.k0int), bits(k0int));
