@@ -208,6 +208,18 @@ FRESULT parent(const TCHAR *path, std::vector<std::string> &parts, std::string &
     return folder(parts, parts.size() - 1, dir);
 }
 
+// The entry a path names: its name, host path and attributes (FR_NO_FILE when there is none).
+FRESULT entry(const TCHAR *path, std::string &name, std::string &host, struct stat &sb) {
+    FRESULT r = ready();
+    std::vector<std::string> parts;
+    std::string dir;
+    if (r != FR_OK || (r = parent(path, parts, dir)) != FR_OK) {
+        return r;
+    }
+    name = parts.back();
+    return find(dir, name, host) && host_stat(host, sb) ? FR_OK : FR_NO_FILE;
+}
+
 uint64_t clusters_of(uint64_t bytes) {
     return (bytes + kClusterBytes - 1) / kClusterBytes;
 }
@@ -623,38 +635,24 @@ FRESULT f_readdir(DIR *dp, FILINFO *fno) {
 
 FRESULT f_stat(const TCHAR *path, FILINFO *fno) {
     IMAGE_CARD(f_stat(path, fno));
-    FRESULT r = ready();
+    std::string name, host;
+    struct stat sb;
+    FRESULT r = entry(path, name, host, sb);
     if (r != FR_OK) {
         return r;
     }
-    std::vector<std::string> parts;
-    std::string dir, host;
-    if ((r = parent(path, parts, dir)) != FR_OK) {
-        return r;
-    }
-    struct stat sb;
-    if (!find(dir, parts.back(), host) || !host_stat(host, sb)) {
-        return FR_NO_FILE;
-    }
     card_time(32);
-    fill(fno, parts.back(), sb);
+    fill(fno, name, sb);
     return FR_OK;
 }
 
 FRESULT f_unlink(const TCHAR *path) {
     IMAGE_CARD(f_unlink(path));
-    FRESULT r = ready();
+    std::string name, host;
+    struct stat sb;
+    FRESULT r = entry(path, name, host, sb);
     if (r != FR_OK) {
         return r;
-    }
-    std::vector<std::string> parts;
-    std::string dir, host;
-    if ((r = parent(path, parts, dir)) != FR_OK) {
-        return r;
-    }
-    struct stat sb;
-    if (!find(dir, parts.back(), host) || !host_stat(host, sb)) {
-        return FR_NO_FILE;
     }
     if ((sb.st_mode & S_IWUSR) == 0) {
         return FR_DENIED;
