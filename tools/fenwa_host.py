@@ -90,20 +90,17 @@ class Fenwa:
                 continue
         raise FenwaError("no prompt after %d wake-ups" % tries)
 
-    def command(self, line, timeout=10.0, until=PROMPT):
-        """Send a command line (with CR) and return the reply without its echo and prompt."""
+    def command(self, line, timeout=10.0):
+        """Send a command line (with CR) and return the reply without its echo and prompt.
+        The reply is the text between the echo and the next prompt: a late prompt
+        (a wake key the board took while it was still starting) comes before the
+        echo and is passed over."""
         self.ser.reset_input_buffer()
         self.send(line + "\r")
-        got = self.read_until(until, timeout)
+        got = self.read_until(re.compile(re.escape(line.encode("ascii")) + rb"[\s\S]*?\r\n>"),
+                              timeout)
         text = got.decode("latin-1")
-        # the echo, perhaps behind a late prompt from a wake key the board took
-        # while it was still starting
-        at = text.find(line)
-        if at >= 0 and text[:at].strip("\r\n>") == "":
-            text = text[at + len(line):]
-        if until == PROMPT and text.endswith("\r\n>"):
-            text = text[:-3]
-        return text.strip("\r\n")
+        return text[text.find(line) + len(line):-3].strip("\r\n")
 
     def version(self):
         return self.command("version")
