@@ -287,8 +287,9 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
          "5860\t412\t38.950\t12.000\t34.000\t1026.152\t1497.680\r\n"},
         {sim::PicophModel::line(7.9, 12.0, 12.85),
          "MEA 1 47 0 23390 0 0 0 12000 12850 41872 12 1013 35000 104690 0 0 7900 0 0 0\r"},
-        {sim::OcrModel::line(std::array<double, 4>{61.2345, 73.4561, 80.1123, 55.0987}.data()),
-         "SATFI40278\t61.2345\t73.4561\t80.1123\t55.0987\r\n"},
+        // OCR-504 manual, short frame in engineering units
+        {sim::OcrModel::line(std::array<double, 4>{5.6134, 8.9193, 14.6706, 22.4710}.data(), 1),
+         "SATFI40001\t5.6134\t8.9193\t14.6706\t22.4710\r\n"},
     };
     for (const auto &e : examples) {
         EXPECT_EQ(e.got, e.manual);

@@ -374,8 +374,9 @@ void PicophModel::line_in(const std::string &line, uint64_t at) {
 
 // ---- OCR-504 ---------------------------------------------------------------
 
-std::string OcrModel::line(const double ch[4]) {
-    return fmt("SATFI40278\t%.4f\t%.4f\t%.4f\t%.4f\r\n", ch[0], ch[1], ch[2], ch[3]);
+std::string OcrModel::line(const double ch[4], unsigned serial) {
+    return fmt("SATFI4%04u\t%.4f\t%.4f\t%.4f\t%.4f\r\n", serial % 10000, ch[0], ch[1], ch[2],
+               ch[3]);
 }
 
 std::string OcrModel::reply() const {

@@ -198,7 +198,7 @@ class OcrModel : public LineInstrument {
   public:
     OcrModel() : LineInstrument(57600) {}
     std::string reply() const;
-    static std::string line(const double ch[4]);
+    static std::string line(const double ch[4], unsigned serial = 278);
 
   protected:
     void line_in(const std::string &line, uint64_t at) override;

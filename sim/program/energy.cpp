@@ -70,9 +70,9 @@ std::vector<Current> &currents() {
          "\"very low power consumption\" without a figure"},
         {"pump", 100.0,
          "estimate: the board's pump is not known; a small submersible pump at 12 V"},
-        {"card.active", 50.0,
-         "estimate: microSD cards draw 20 to 100 mA writing at 3.3 V by make; the card's "
-         "sheet gives no write current and SD cards are quoted at up to 100 mA"},
+        {"card.active", 100.0,
+         "Transcend microSDHC data sheet (TS16GUSDHC2 family), power: operation in default "
+         "mode, maximum 100 mA (1 s average); the card's maximum, no typical figure given"},
     };
     return t;
 }
