@@ -282,9 +282,11 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
          "24.8339,  0.97795,   -9.262, 07 Jan 2000, 04:51:39\r\n"},
         {sim::Sbe37Model::factory_line(12.0, 3.895, 0.0, 34.0, 1704110400),
          "12.0000,  3.89500,    0.000,  34.0000, 01 Jan 2024, 12:00:00\r\n"},
+        // optode manual, whose sensor protocol the 5860 shares: tab-separated, CR LF
         {sim::OptodeModel::line(283.45, 98.0, 12.0), "4831\t856\t283.450\t98.000\t12.000\r\n"},
         {sim::Aand5860Model::line(38.95, 12.0, 34.0, 1026.152, 1497.68),
          "5860\t412\t38.950\t12.000\t34.000\t1026.152\t1497.680\r\n"},
+        // pico-pH manual: "MEA C S" then R0 to R17, blank-separated, CR
         {sim::PicophModel::line(7.9, 12.0, 12.85),
          "MEA 1 47 0 23390 0 0 0 12000 12850 41872 12 1013 35000 104690 0 0 7900 0 0 0\r"},
         // OCR-504 manual, short frame in engineering units
@@ -346,7 +348,7 @@ TEST_F(InstrumentsTest, EachModelAnswersAsItsManualAndEachFaultReachesItsEnding)
         {"optode", "late", "Optode not responding with sample string after do sample", -1, 30,
          say("Optode power on did not receive sample string after do sample - check optode "
              "connection or setup")},
-        {"optode", "long", "MEASUREMENT\t  4831\t   856\tO2Concentration[uM]\t   266.516\tAirSatu",
+        {"optode", "long", "MEASUREMENT\t4831\t856\tO2Concentration[uM]\t266.516\tAirSaturation[%",
          -1, 30, say("DEBUG: error in optode driver bufIndx exceeds buf size, optode", 2)},
         {"optode", "partial", "4831\t856\t266.51", 0, 30, ""},
         {"optode", "unparsable", "X831\t856\t266.516\t98.000\t12.000", 0, 30, ""},

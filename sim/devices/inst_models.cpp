@@ -314,8 +314,8 @@ std::string OptodeModel::reply() const {
 
 std::string OptodeModel::long_reply() const {
     const Water w = water_now();
-    return fmt("MEASUREMENT\t  4831\t   856\tO2Concentration[uM]\t%10.3f\tAirSaturation[%%]\t%10.3f"
-               "\tTemperature[Deg.C]\t%10.3f\r\n",
+    return fmt("MEASUREMENT\t4831\t856\tO2Concentration[uM]\t%.3f\tAirSaturation[%%]\t%.3f"
+               "\tTemperature[Deg.C]\t%.3f\r\n",
                optode_o2(w, kOptodeSat), kOptodeSat, w.temp_c);
 }
 

@@ -144,7 +144,8 @@ class AanderaaModel : public LineInstrument {
 // saturation (%) and temperature (deg C), three decimals each:
 // "4831\t856\t283.450\t98.000\t12.000" CR LF "#". The header's twelve optode
 // columns (with the seven raw phases and amplitudes) would not fit the
-// controller's 64-character column. Long: the factory output with text.
+// controller's 64-character column. Long: the output with text (Enable
+// Text=Yes): "MEASUREMENT", then each value after its name and unit.
 class OptodeModel : public AanderaaModel {
   public:
     OptodeModel() : AanderaaModel(9600, 300, 1200) {}
