@@ -209,6 +209,8 @@ TEST_F(PhMath, PhOfBothReferences) {
 // ---- the calibration dialogue --------------------------------------------------
 
 TEST_F(PhCalib, ManualPathTranscript) {
+    // The dialogue remembers its last entries: zeros first, as on a fresh board.
+    calib("0\rn\r0\r0\r0\r0\rn\r");
     sys_data.TCOffset = 0.25f;
     std::string out = manual("8.1", "0.0731", "-0.9838", "12.5", "34.5");
     CalOut ref = ref_calib(8.1f, 0.0731f, -0.9838f, 12.5f, 34.5f, kAll);
